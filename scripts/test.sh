@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# The whole test suite: installs what is missing, builds a release folder and a sanitizer
+# folder (AddressSanitizer + UndefinedBehaviorSanitizer), and runs every test in both.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/install-deps.sh"
+
+"$root/scripts/build.sh" build -DCMAKE_BUILD_TYPE=Release
+(cd "$root/build" && ctest --output-on-failure --timeout 900)
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+"$root/scripts/build.sh" build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRESSORA_SANITIZE=ON -DTRESSORA_BUILD_BENCH=OFF
+(cd "$root/build-asan" && ctest --output-on-failure --timeout 1800)

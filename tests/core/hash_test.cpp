@@ -1,0 +1,11 @@
+#include <gtest/gtest.h>
+
+#include "core/hash.h"
+
+namespace tressora {
+namespace {
+
+TEST(Hash, placeholder) { EXPECT_EQ(mix(0), 0u); }
+
+}  // namespace
+}  // namespace tressora
