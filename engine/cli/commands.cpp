@@ -1,0 +1,10 @@
+#include "cli/commands.h"
+
+namespace tressora::cli {
+
+const CommandTable& builtinCommands() {
+    static const CommandTable table{};
+    return table;
+}
+
+}  // namespace tressora::cli

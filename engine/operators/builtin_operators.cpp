@@ -1,0 +1,21 @@
+#include "operators/builtin_operators.h"
+
+#include "graph/operator_registry.h"
+
+namespace tressora {
+
+void registerBuiltinOperators(OperatorRegistry& /*registry*/) {
+    // Each family's register<Name>Operator is called here, in registration order, as the
+    // families are added.
+}
+
+OperatorRegistry& OperatorRegistry::instance() {
+    struct Builtins {
+        OperatorRegistry registry;
+        Builtins() { registerBuiltinOperators(registry); }
+    };
+    static Builtins builtins;
+    return builtins.registry;
+}
+
+}  // namespace tressora

@@ -1,0 +1,26 @@
+#pragma once
+// Runs a program with arguments and captures its standard output, standard error and exit
+// code, for tests that drive the built tressora-cli as a user would.
+
+#include <string>
+#include <vector>
+
+namespace tressora::testing {
+
+struct ProgramResult {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+/// Runs `program` with `args` (stdin from /dev/null), with extra environment entries
+/// "NAME=value" added to the current environment.
+ProgramResult runProgram(const std::string& program, const std::vector<std::string>& args,
+                         const std::vector<std::string>& environment = {});
+
+/// The built tressora-cli.
+inline ProgramResult runCli(const std::vector<std::string>& args, const std::vector<std::string>& environment = {}) {
+    return runProgram(TRESSORA_CLI_PATH, args, environment);
+}
+
+}  // namespace tressora::testing
