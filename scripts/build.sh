@@ -3,5 +3,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 dir=$1; shift
+# Let ccache share objects between clones of the repository in different folders.
+export CCACHE_BASEDIR="$root"
 cmake -S "$root" -B "$root/$dir" -G Ninja "$@" >/dev/null
 cmake --build "$root/$dir" --parallel "$(nproc)"

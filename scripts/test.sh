@@ -10,5 +10,5 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-"$root/scripts/build.sh" build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRESSORA_SANITIZE=ON -DTRESSORA_BUILD_BENCH=OFF
+"$root/scripts/build.sh" build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" -DTRESSORA_SANITIZE=ON -DTRESSORA_BUILD_BENCH=OFF
 (cd "$root/build-asan" && ctest --output-on-failure --timeout 1800)

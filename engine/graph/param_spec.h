@@ -47,6 +47,9 @@ struct ParamSpec {
     ChannelMode channel = ChannelMode::None;
     bool channelOptional = false;
     ParamPort port = ParamPort::Auto;
+    /// The param sets how many strands, points or cards there are, or where they go: it must
+    /// be the same on every frame, so it cannot be keyed or fed a value that changes in time.
+    bool topology = false;
 
     ParamKind kind() const { return kindOf(defaultValue); }
     /// True when the description holds "(mappable".
