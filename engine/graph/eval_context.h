@@ -11,6 +11,8 @@
 
 namespace tressora {
 
+class MapFieldFactory;
+
 /// A scene item handed to nodes by name ("scalp", "guides", "parts", maps, "control:<name>"...).
 /// The stamp changes whenever the item's content does; it enters the cache keys.
 struct SceneItem {
@@ -46,6 +48,7 @@ struct EvalContext {
     double scale = 1.0;               ///< the scene's scale factor; 1 means none
     bool keepInputs = false;          ///< keep intermediate values of the run
     int resolutionKnown = 0;          ///< above 0 when strand resolutions were worked out
+    const MapFieldFactory* maps = nullptr;  ///< turns map references into fields; null: maps read as 1
 
     /// The scene item of that name, or null.
     const SceneItem* sceneItem(const std::string& name) const { return scene ? scene->find(name) : nullptr; }
