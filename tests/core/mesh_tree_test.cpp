@@ -60,7 +60,9 @@ TEST(MeshTree, LeavesHoldAtMostFourSortedTrianglesAndCoverAllOnce) {
         ASSERT_GE(count, 1u);
         ASSERT_LE(count, 4u);
         for (std::uint32_t k = first; k < first + count; ++k) {
-            if (k > first) EXPECT_LT(tree.order[k - 1], tree.order[k]);
+            if (k > first) {
+                EXPECT_LT(tree.order[k - 1], tree.order[k]);
+            }
             ++seen[tree.order[k]];
         }
     }
