@@ -49,9 +49,15 @@ void leafBounds(const BvhTree& tree, std::uint32_t first, std::uint32_t count,
     }
 }
 
-/// Fills every node's bounds: leaves in parallel from their triangles, then inner nodes from
-/// the last to the first, since children always come after their parent.
+/// Fills the corner copies and every node's bounds: leaves in parallel from their triangles,
+/// then inner nodes from the last to the first, since children always come after their parent.
 void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const MeshTriangle> triangles) {
+    tree.corners.resize(tree.order.size() * 3);
+    parallelRange(0, tree.order.size(), 4096, [&](std::size_t lo, std::size_t hi) {
+        for (std::size_t k = lo; k < hi; ++k)
+            for (int c = 0; c < 3; ++c)
+                tree.corners[k * 3 + c] = points[static_cast<std::size_t>(triangles[tree.order[k]][c])];
+    });
     const std::size_t count = tree.nodes.size();
     tree.bounds.assign(count * 6 + 2, 0.0f);
     parallelRange(0, count, kLeafGrain, [&](std::size_t lo, std::size_t hi) {
@@ -70,6 +76,15 @@ void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const Me
             b[3 + a] = std::max(l[3 + a], r[3 + a]);
         }
     }
+}
+
+/// Asks the processor to start loading the cache line at p.
+inline void prefetchLine(const void* p) {
+#ifdef TRESSORA_TREE_SSE
+    _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0);
+#else
+    (void)p;
+#endif
 }
 
 /// Squared distance from q to a node's box, zero inside it.
@@ -185,8 +200,7 @@ std::shared_ptr<const BvhTree> BvhTree::refit(const BvhTree& shape, std::span<co
     return tree;
 }
 
-TreeHit closestInTree(const BvhTree& tree, std::span<const Vec3f> points,
-                      std::span<const MeshTriangle> triangles, Vec3f query, float maxDistance) {
+TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
     TreeHit hit;
     if (tree.nodes.empty() || std::isnan(query.x) || std::isnan(query.y) || std::isnan(query.z)) return hit;
     float best = maxDistance < std::sqrt(FLT_MAX) ? maxDistance * maxDistance : kInf;
@@ -196,30 +210,38 @@ TreeHit closestInTree(const BvhTree& tree, std::span<const Vec3f> points,
 #else
     const float q[3] = {query.x, query.y, query.z};
 #endif
+    // Each entry carries its node's record, read together with its sibling's when the parent
+    // was opened, so popping an entry starts no new memory access; the data the entry will
+    // need (its children's bounds or its triangles) is prefetched at that time as well.
     struct Entry {
-        std::uint32_t node;
+        std::array<std::uint32_t, 2> node;
         float distance;
+    };
+    const float* bounds = tree.bounds.data();
+    auto prefetch = [&](const std::array<std::uint32_t, 2>& node) {
+        if (node[1] != 0) {
+            const char* first = reinterpret_cast<const char*>(&tree.corners[node[0] * 3]);
+            const char* last = reinterpret_cast<const char*>(&tree.corners[(node[0] + node[1]) * 3]);
+            for (const char* p = first; p < last; p += 64) prefetchLine(p);
+        } else {
+            prefetchLine(bounds + node[0] * 6);
+        }
     };
     Entry stack[64];
     int top = 0;
-    stack[top++] = {0, boxDistanceSquared(tree.bounds.data(), q)};
-    const float* bounds = tree.bounds.data();
+    stack[top++] = {tree.nodes[0], boxDistanceSquared(bounds, q)};
 
     while (top > 0) {
         const Entry e = stack[--top];
         if (!(e.distance < best)) continue;
-        const auto& node = tree.nodes[e.node];
+        const auto& node = e.node;
         if (node[1] != 0) {
             for (std::uint32_t k = node[0]; k < node[0] + node[1]; ++k) {
-                const std::uint32_t face = tree.order[k];
-                const MeshTriangle& t = triangles[face];
-                const TriangleClosest c =
-                    closestOnTriangle(query, points[static_cast<std::size_t>(t[0])],
-                                      points[static_cast<std::size_t>(t[1])],
-                                      points[static_cast<std::size_t>(t[2])]);
+                const Vec3f* corner = &tree.corners[k * 3];
+                const TriangleClosest c = closestOnTriangle(query, corner[0], corner[1], corner[2]);
                 if (c.distanceSquared < best) {
                     best = c.distanceSquared;
-                    hit.face = static_cast<std::int32_t>(face);
+                    hit.face = static_cast<std::int32_t>(tree.order[k]);
                     hit.b1 = c.b1;
                     hit.b2 = c.b2;
                     hit.position = c.point;
@@ -231,21 +253,24 @@ TreeHit closestInTree(const BvhTree& tree, std::span<const Vec3f> points,
         const std::uint32_t left = node[0];
         const float dl = boxDistanceSquared(bounds + left * 6, q);
         const float dr = boxDistanceSquared(bounds + (left + 1) * 6, q);
+        const auto& l = tree.nodes[left];
+        const auto& r = tree.nodes[left + 1];
         // Push the far child first so the near one is popped next; ties go left first.
+        if (dr < best) prefetch(r);
+        if (dl < best) prefetch(l);
         if (dl <= dr) {
-            if (dr < best) stack[top++] = {left + 1, dr};
-            if (dl < best) stack[top++] = {left, dl};
+            if (dr < best) stack[top++] = {r, dr};
+            if (dl < best) stack[top++] = {l, dl};
         } else {
-            if (dl < best) stack[top++] = {left, dl};
-            if (dr < best) stack[top++] = {left + 1, dr};
+            if (dl < best) stack[top++] = {l, dl};
+            if (dr < best) stack[top++] = {r, dr};
         }
     }
     return hit;
 }
 
-bool rayInTree(const BvhTree& tree, std::span<const Vec3f> points,
-               std::span<const MeshTriangle> triangles, Vec3f origin, Vec3f direction, float tMin,
-               float tMax, float margin, TreeHit& hit) {
+bool rayInTree(const BvhTree& tree, Vec3f origin, Vec3f direction, float tMin, float tMax,
+               float margin, TreeHit& hit) {
     if (tree.nodes.empty()) return false;
     const float len = length(direction);
     if (!(len > 0.0f)) return false;
@@ -286,16 +311,12 @@ bool rayInTree(const BvhTree& tree, std::span<const Vec3f> points,
         const auto& node = tree.nodes[e.node];
         if (node[1] != 0) {
             for (std::uint32_t k = node[0]; k < node[0] + node[1]; ++k) {
-                const std::uint32_t face = tree.order[k];
-                const MeshTriangle& tri = triangles[face];
-                const Vec3f a = points[static_cast<std::size_t>(tri[0])];
-                const Vec3f b = points[static_cast<std::size_t>(tri[1])];
-                const Vec3f c = points[static_cast<std::size_t>(tri[2])];
+                const Vec3f a = tree.corners[k * 3], b = tree.corners[k * 3 + 1], c = tree.corners[k * 3 + 2];
                 float t, u, v;
                 if (rayTriangle(origin, direction, a, b, c, t, u, v) && t >= tMin && t < best) {
                     best = t;
                     found = true;
-                    hit.face = static_cast<std::int32_t>(face);
+                    hit.face = static_cast<std::int32_t>(tree.order[k]);
                     hit.b1 = u;
                     hit.b2 = v;
                     hit.t = t;

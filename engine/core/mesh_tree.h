@@ -1,8 +1,8 @@
 #pragma once
 // The spatial tree of a triangle mesh: a bounding-volume hierarchy with sorted leaves of at
 // most four triangles and adjacent child nodes, walked near-first with an explicit stack.
-// The tree holds no points: each query is handed the mesh's arrays, so a tree made for one
-// pose can be refitted to another pose of the same topology.
+// The tree's structure depends on the topology and the first pose only; a tree made for one
+// pose is refitted to another pose of the same topology by recomputing its bounds and corners.
 
 #include <array>
 #include <cstdint>
@@ -26,6 +26,10 @@ struct BvhTree {
     std::vector<float> bounds;
     /// Triangle indices in tree order; each leaf's run is in ascending index order.
     std::vector<std::uint32_t> order;
+    /// The corner points of each triangle in tree order (nine floats per position in
+    /// `order`), so that a leaf reads its triangles from one contiguous run instead of
+    /// chasing indices across the mesh. Derived from the pose, like the bounds.
+    std::vector<Vec3f> corners;
     /// The number of nodes on the longest path from the root to a leaf.
     std::uint32_t depth = 0;
 
@@ -54,14 +58,12 @@ struct TreeHit {
 /// The closest point of the mesh to `query` within `maxDistance` (any value at or above the
 /// square root of the largest float means no limit). Of equal distances the first triangle
 /// tested wins. Read-only: safe from any number of threads.
-TreeHit closestInTree(const BvhTree& tree, std::span<const Vec3f> points,
-                      std::span<const MeshTriangle> triangles, Vec3f query, float maxDistance);
+TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance);
 
 /// The nearest hit of the ray origin + t * direction with t in [tMin, tMax). `margin` widens
 /// every box so that rounding cannot hide a triangle lying on a box face. Returns false for
 /// no hit. Read-only: safe from any number of threads.
-bool rayInTree(const BvhTree& tree, std::span<const Vec3f> points,
-               std::span<const MeshTriangle> triangles, Vec3f origin, Vec3f direction, float tMin,
-               float tMax, float margin, TreeHit& hit);
+bool rayInTree(const BvhTree& tree, Vec3f origin, Vec3f direction, float tMin, float tMax,
+               float margin, TreeHit& hit);
 
 }  // namespace tressora

@@ -274,7 +274,7 @@ SurfacePoint ScalpMesh::finish(std::int32_t face, float b1, float b2, Vec3f posi
 
 SurfacePoint ScalpMesh::closestPoint(Vec3f position, float maxDistance) const {
     if (triangles_->empty()) return {};
-    const TreeHit h = closestInTree(bvh_->tree(), *points_, *triangles_, position, maxDistance);
+    const TreeHit h = closestInTree(bvh_->tree(), position, maxDistance);
     if (h.face < 0) return {};
     return finish(h.face, h.b1, h.b2, h.position);
 }
@@ -309,7 +309,7 @@ bool ScalpMesh::intersect(Vec3f origin, Vec3f direction, RayHit& hit, float tMin
                                   std::fabs(origin.z), 1e-30f});
     const float margin = scale * (8.0f * FLT_EPSILON);
     TreeHit h;
-    if (!rayInTree(tree, *points_, *triangles_, origin, direction, tMin, tMax, margin, h)) return false;
+    if (!rayInTree(tree, origin, direction, tMin, tMax, margin, h)) return false;
     hit.point = finish(h.face, h.b1, h.b2, h.position);
     hit.t = h.t;
     return true;

@@ -2,6 +2,7 @@
 // Meshes for tests and benchmarks: a subdivided icosahedron (closed, about n * 20 * 4^levels
 // triangles), a flat grid and random triangle soups, all deterministic.
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -46,6 +47,37 @@ inline ScalpMesh icosphere(int levels, float radius = 1.0f, Vec3f centre = {}) {
         f = std::move(next);
     }
     for (Vec3f& v : p) v = centre + normalized(v) * radius;
+    return ScalpMesh(std::move(p), std::move(f));
+}
+
+/// A closed head-like shape: a latitude-longitude sphere of `rings` bands and `segments`
+/// slices (2 * segments * (rings - 1) triangles), stretched into an egg with a flattened
+/// face and a gentle ripple so that its triangles are not all alike.
+inline ScalpMesh head(int rings, int segments, float radius = 10.0f) {
+    std::vector<Vec3f> p;
+    std::vector<ScalpMesh::Triangle> f;
+    const float pi = 3.14159265f;
+    p.push_back({0, radius * 1.15f, 0});  // crown
+    for (int r = 1; r < rings; ++r) {
+        const float theta = pi * r / rings;
+        for (int s = 0; s < segments; ++s) {
+            const float phi = 2.0f * pi * s / segments;
+            Vec3f d{std::sin(theta) * std::cos(phi), std::cos(theta), std::sin(theta) * std::sin(phi)};
+            const float ripple = 1.0f + 0.03f * std::sin(7.0f * phi) * std::sin(5.0f * theta);
+            const float face = d.z > 0.5f ? 1.0f - 0.3f * (d.z - 0.5f) : 1.0f;
+            p.push_back(Vec3f{d.x * 0.85f, d.y * (d.y > 0 ? 1.15f : 1.0f), d.z * face} * (radius * ripple));
+        }
+    }
+    p.push_back({0, -radius, 0});  // chin
+    const int last = static_cast<int>(p.size()) - 1;
+    auto at = [&](int r, int s) { return 1 + (r - 1) * segments + (s % segments); };
+    for (int s = 0; s < segments; ++s) f.push_back({0, at(1, s + 1), at(1, s)});
+    for (int r = 1; r + 1 < rings; ++r)
+        for (int s = 0; s < segments; ++s) {
+            f.push_back({at(r, s), at(r, s + 1), at(r + 1, s + 1)});
+            f.push_back({at(r, s), at(r + 1, s + 1), at(r + 1, s)});
+        }
+    for (int s = 0; s < segments; ++s) f.push_back({last, at(rings - 1, s), at(rings - 1, s + 1)});
     return ScalpMesh(std::move(p), std::move(f));
 }
 
