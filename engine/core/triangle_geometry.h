@@ -4,18 +4,24 @@
 // on the distance or hit parameter of any one triangle.
 
 #include <cmath>
+#include <cstdint>
 
 #include "core/vec.h"
 
 namespace tressora {
 
+/// Where on a triangle a closest point lies: inside the face, on a corner or on an edge.
+enum class TriangleFeature : std::uint8_t { Face, Corner0, Corner1, Corner2, Edge01, Edge02, Edge12 };
+
 /// The point of a triangle nearest to a query: barycentric weights of corners 1 and 2
-/// (corner 0 weighs 1 - b1 - b2), the position and the squared distance to the query.
+/// (corner 0 weighs 1 - b1 - b2), the position, the squared distance to the query and the
+/// feature it lies on.
 struct TriangleClosest {
     Vec3f point;
     float b1 = 0.0f;
     float b2 = 0.0f;
     float distanceSquared = 0.0f;
+    TriangleFeature feature = TriangleFeature::Face;
 };
 
 namespace detail {
@@ -33,18 +39,18 @@ inline float segmentParameter(Vec3f x, Vec3f p, Vec3f q) {
 inline TriangleClosest closestOnFlatTriangle(Vec3f x, Vec3f a, Vec3f b, Vec3f c) {
     TriangleClosest best;
     bool first = true;
-    auto consider = [&](float b1, float b2) {
+    auto consider = [&](float b1, float b2, TriangleFeature feature) {
         const Vec3f p = a + (b - a) * b1 + (c - a) * b2;
         const float d2 = lengthSquared(x - p);
-        if (first || d2 < best.distanceSquared) best = {p, b1, b2, d2};
+        if (first || d2 < best.distanceSquared) best = {p, b1, b2, d2, feature};
         first = false;
     };
     const float tab = segmentParameter(x, a, b);
-    consider(tab, 0.0f);
+    consider(tab, 0.0f, TriangleFeature::Edge01);
     const float tac = segmentParameter(x, a, c);
-    consider(0.0f, tac);
+    consider(0.0f, tac, TriangleFeature::Edge02);
     const float tbc = segmentParameter(x, b, c);
-    consider(1.0f - tbc, tbc);
+    consider(1.0f - tbc, tbc, TriangleFeature::Edge12);
     return best;
 }
 
@@ -56,35 +62,35 @@ inline TriangleClosest closestOnFlatTriangle(Vec3f x, Vec3f a, Vec3f b, Vec3f c)
 inline TriangleClosest closestOnTriangle(Vec3f x, Vec3f a, Vec3f b, Vec3f c) {
     const Vec3f ab = b - a, ac = c - a, ap = x - a;
     const float d1 = dot(ab, ap), d2 = dot(ac, ap);
-    if (d1 <= 0.0f && d2 <= 0.0f) return {a, 0.0f, 0.0f, lengthSquared(x - a)};
+    if (d1 <= 0.0f && d2 <= 0.0f) return {a, 0.0f, 0.0f, lengthSquared(x - a), TriangleFeature::Corner0};
 
     const Vec3f bp = x - b;
     const float d3 = dot(ab, bp), d4 = dot(ac, bp);
-    if (d3 >= 0.0f && d4 <= d3) return {b, 1.0f, 0.0f, lengthSquared(x - b)};
+    if (d3 >= 0.0f && d4 <= d3) return {b, 1.0f, 0.0f, lengthSquared(x - b), TriangleFeature::Corner1};
 
     const float vc = d1 * d4 - d3 * d2;
     if (vc <= 0.0f && d1 >= 0.0f && d3 <= 0.0f) {
         const float v = d1 / (d1 - d3);
         const Vec3f p = a + ab * v;
-        return {p, v, 0.0f, lengthSquared(x - p)};
+        return {p, v, 0.0f, lengthSquared(x - p), TriangleFeature::Edge01};
     }
 
     const Vec3f cp = x - c;
     const float d5 = dot(ab, cp), d6 = dot(ac, cp);
-    if (d6 >= 0.0f && d5 <= d6) return {c, 0.0f, 1.0f, lengthSquared(x - c)};
+    if (d6 >= 0.0f && d5 <= d6) return {c, 0.0f, 1.0f, lengthSquared(x - c), TriangleFeature::Corner2};
 
     const float vb = d5 * d2 - d1 * d6;
     if (vb <= 0.0f && d2 >= 0.0f && d6 <= 0.0f) {
         const float w = d2 / (d2 - d6);
         const Vec3f p = a + ac * w;
-        return {p, 0.0f, w, lengthSquared(x - p)};
+        return {p, 0.0f, w, lengthSquared(x - p), TriangleFeature::Edge02};
     }
 
     const float va = d3 * d6 - d5 * d4;
     if (va <= 0.0f && (d4 - d3) >= 0.0f && (d5 - d6) >= 0.0f) {
         const float w = (d4 - d3) / ((d4 - d3) + (d5 - d6));
         const Vec3f p = b + (c - b) * w;
-        return {p, 1.0f - w, w, lengthSquared(x - p)};
+        return {p, 1.0f - w, w, lengthSquared(x - p), TriangleFeature::Edge12};
     }
 
     const float sum = va + vb + vc;
@@ -92,7 +98,7 @@ inline TriangleClosest closestOnTriangle(Vec3f x, Vec3f a, Vec3f b, Vec3f c) {
     const float inv = 1.0f / sum;
     const float v = vb * inv, w = vc * inv;
     const Vec3f p = a + ab * v + ac * w;
-    return {p, v, w, lengthSquared(x - p)};
+    return {p, v, w, lengthSquared(x - p), TriangleFeature::Face};
 }
 
 /// A ray's hit on a triangle (both sides count): the parameter t along the direction and
