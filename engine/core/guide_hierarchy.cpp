@@ -233,6 +233,9 @@ void GuideHierarchy::addGuide(std::uint32_t group, std::uint64_t id, Guide guide
     guide.locked = false;
     guide.offsets.clear();
     noteAttributes(guide);
+    // Small ids given by the caller move the counter past them, as a reader of the saved
+    // hierarchy would; hashed ids (children) live far above the counter's range.
+    if (id < kCounterIds) nextGuideId_ = std::max(nextGuideId_, id + 1);
     index_[id] = guides_.size();
     guides_.push_back(std::move(guide));
 }

@@ -39,6 +39,9 @@ class GuideHierarchy {
 public:
     /// The version of the guide data this build writes and reads.
     static constexpr int kVersion = 1;
+    /// Ids below this come from the counter or the caller; generated children's hashed ids
+    /// lie above it (almost always) and never move the counter.
+    static constexpr std::uint64_t kCounterIds = std::uint64_t{1} << 32;
 
     // ---- reading ----
 

@@ -121,7 +121,7 @@ public:
         deriveFollowers();
         std::uint64_t highest = 0;
         for (const Guide& g : h_.guides_)
-            if (g.id < (std::uint64_t{1} << 32)) highest = std::max(highest, g.id);
+            if (g.id < GuideHierarchy::kCounterIds) highest = std::max(highest, g.id);
         h_.nextGuideId_ = highest + 1;
         if (report) *report = unknownShapeReport();
     }
