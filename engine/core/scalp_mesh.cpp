@@ -341,21 +341,17 @@ bool ScalpMesh::intersectBrute(Vec3f origin, Vec3f direction, RayHit& hit, float
 
 // ---------------------------------------------------------------- interpolation
 
-Vec3f ScalpMesh::positionAt(std::int32_t face, float b1, float b2) const {
+Vec3f ScalpMesh::interpolate(const std::vector<Vec3f>& p, std::int32_t face, float b1, float b2) const {
     if (face < 0 || static_cast<std::size_t>(face) >= triangles_->size()) return {};
     const Triangle& t = (*triangles_)[static_cast<std::size_t>(face)];
-    const std::vector<Vec3f>& p = *points_;
     const Vec3f a = p[static_cast<std::size_t>(t[0])];
     return a + (p[static_cast<std::size_t>(t[1])] - a) * b1 + (p[static_cast<std::size_t>(t[2])] - a) * b2;
 }
 
+Vec3f ScalpMesh::positionAt(std::int32_t face, float b1, float b2) const { return interpolate(*points_, face, b1, b2); }
+
 Vec3f ScalpMesh::restPositionAt(std::int32_t face, float b1, float b2) const {
-    if (restPoints_->empty()) return positionAt(face, b1, b2);
-    if (face < 0 || static_cast<std::size_t>(face) >= triangles_->size()) return {};
-    const Triangle& t = (*triangles_)[static_cast<std::size_t>(face)];
-    const std::vector<Vec3f>& p = *restPoints_;
-    const Vec3f a = p[static_cast<std::size_t>(t[0])];
-    return a + (p[static_cast<std::size_t>(t[1])] - a) * b1 + (p[static_cast<std::size_t>(t[2])] - a) * b2;
+    return interpolate(restPoints_->empty() ? *points_ : *restPoints_, face, b1, b2);
 }
 
 Vec3f ScalpMesh::normalAt(std::int32_t face, float b1, float b2) const {

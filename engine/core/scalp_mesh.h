@@ -179,6 +179,8 @@ public:
 private:
     void derive(bool checkTopology);
     SurfacePoint finish(std::int32_t face, float b1, float b2, Vec3f position) const;
+    /// a + (b - a) * b1 + (c - a) * b2 over one of the point arrays; zero for a bad face.
+    Vec3f interpolate(const std::vector<Vec3f>& points, std::int32_t face, float b1, float b2) const;
 
     std::shared_ptr<const std::vector<Vec3f>> points_;
     std::shared_ptr<const std::vector<Triangle>> triangles_;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
 namespace tressora::testing {
@@ -16,6 +17,12 @@ std::string failureText(Fn&& fn) {
         return e.what();
     }
     return "no failure";
+}
+
+/// The text of the std::invalid_argument that fn throws, or "no failure".
+template <class Fn>
+std::string fails(Fn&& fn) {
+    return failureText<std::invalid_argument>(fn);
 }
 
 }  // namespace tressora::testing

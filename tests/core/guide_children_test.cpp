@@ -11,12 +11,7 @@
 namespace tressora {
 namespace {
 
-using testing::failureText;
-
-template <class Fn>
-std::string fails(Fn&& fn) {
-    return failureText<std::invalid_argument>(fn);
-}
+using testing::fails;
 
 TEST(GuideChildren, IdsAndOffsetsFollowTheHashExactly) {
     std::uint32_t main = 0;

@@ -9,13 +9,8 @@
 namespace tressora {
 namespace {
 
-using testing::failureText;
+using testing::fails;
 using testing::straightGuide;
-
-template <class Fn>
-std::string fails(Fn&& fn) {
-    return failureText<std::invalid_argument>(fn);
-}
 
 bool near(Vec3f a, Vec3f b, float eps = 1e-5f) { return length(a - b) < eps; }
 

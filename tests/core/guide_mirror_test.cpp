@@ -9,12 +9,7 @@
 namespace tressora {
 namespace {
 
-using testing::failureText;
-
-template <class Fn>
-std::string fails(Fn&& fn) {
-    return failureText<std::invalid_argument>(fn);
-}
+using testing::fails;
 
 TEST(GuideMirror, KeptSideIsCopiedAcrossAndTheOtherSideReplaced) {
     std::uint32_t main = 0;

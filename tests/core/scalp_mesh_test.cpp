@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "core/expect_text.h"
 #include "core/hash.h"
 #include "core/scalp_mesh.h"
 #include "core/test_meshes.h"
@@ -14,12 +15,7 @@ namespace {
 /// Runs fn, expecting exception E with exactly this text.
 template <class E, class Fn>
 void expectThrowText(Fn&& fn, const std::string& text) {
-    try {
-        fn();
-        ADD_FAILURE() << "no exception, expected: " << text;
-    } catch (const E& e) {
-        EXPECT_EQ(std::string(e.what()), text);
-    }
+    EXPECT_EQ(testing::failureText<E>(fn), text);
 }
 
 /// Two triangles sharing an edge: a unit square in z = 0, plus one isolated point.

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "core/expect_text.h"
 #include "core/subdivision_plan.h"
 #include "core/test_meshes.h"
 
@@ -98,14 +99,7 @@ TEST(SubdivisionPlan, StencilsAreAffineAndReusableForNewPoses) {
 }
 
 TEST(SubdivisionPlan, RefusesWhatIsNotItsCage) {
-    auto text = [](auto&& fn) {
-        try {
-            fn();
-        } catch (const std::invalid_argument& e) {
-            return std::string(e.what());
-        }
-        return std::string("no failure");
-    };
+    auto text = [](auto&& fn) { return testing::fails(fn); };
     const ScalpMesh c = cube();
     EXPECT_EQ(text([&] { SubdivisionPlan::of(c, 0); }), "SubdivisionPlan: levels must be 1 to 3");
     EXPECT_EQ(text([&] { SubdivisionPlan(c, 4); }), "SubdivisionPlan: levels must be 1 to 3");
