@@ -12,6 +12,7 @@
 #endif
 
 #include "core/parallel.h"
+#include "core/triangle_closest_x4.h"
 #include "core/triangle_geometry.h"
 
 namespace tressora {
@@ -52,18 +53,20 @@ void leafBounds(const BvhTree& tree, std::uint32_t first, std::uint32_t count,
 /// Fills the corner copies and every node's bounds: leaves in parallel from their triangles,
 /// then inner nodes from the last to the first, since children always come after their parent.
 void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const MeshTriangle> triangles) {
-    tree.corners.resize(tree.order.size() * 3);
-    parallelRange(0, tree.order.size(), 4096, [&](std::size_t lo, std::size_t hi) {
-        for (std::size_t k = lo; k < hi; ++k)
-            for (int c = 0; c < 3; ++c)
-                tree.corners[k * 3 + c] = points[static_cast<std::size_t>(triangles[tree.order[k]][c])];
-    });
     const std::size_t count = tree.nodes.size();
+    tree.corners.assign(tree.order.size() * 9 + 3, 0.0f);
     tree.bounds.assign(count * 6 + 2, 0.0f);
     parallelRange(0, count, kLeafGrain, [&](std::size_t lo, std::size_t hi) {
         for (std::size_t n = lo; n < hi; ++n) {
             if (!tree.isLeaf(static_cast<std::uint32_t>(n))) continue;
-            leafBounds(tree, tree.nodes[n][0], tree.nodes[n][1], points, triangles, &tree.bounds[n * 6]);
+            const auto [first, size] = tree.nodes[n];
+            leafBounds(tree, first, size, points, triangles, &tree.bounds[n * 6]);
+            float* rows = &tree.corners[std::size_t{first} * 9];
+            for (std::uint32_t i = 0; i < size; ++i)
+                for (int c = 0; c < 3; ++c) {
+                    const Vec3f p = points[static_cast<std::size_t>(triangles[tree.order[first + i]][c])];
+                    for (int a = 0; a < 3; ++a) rows[static_cast<std::size_t>(c * 3 + a) * size + i] = p[a];
+                }
         }
     });
     for (std::size_t n = count; n-- > 0;) {
@@ -110,6 +113,42 @@ inline float boxDistanceSquared(const float* box, const float* q) {
     return (s[0] + s[1]) + s[2];
 }
 #endif
+
+/// Tests a leaf's triangles in order; a strictly smaller distance replaces the best, so of
+/// equal distances the first tested is kept.
+void testLeaf(const BvhTree& tree, std::uint32_t first, std::uint32_t count, Vec3f query, float& best,
+              TreeHit& hit) {
+    const float* rows = &tree.corners[std::size_t{first} * 9];
+#ifdef TRESSORA_CLOSEST_X4
+    Closest4 c;
+    for (std::uint32_t j = 0; j < count; j += 4) {
+        const int lanes = static_cast<int>(std::min<std::uint32_t>(4, count - j));
+        closestOnTriangles4(query, rows + j, count, lanes, c);
+        for (int i = 0; i < lanes; ++i) {
+            if (!(c.distanceSquared[i] < best)) continue;
+            best = c.distanceSquared[i];
+            hit.face = static_cast<std::int32_t>(tree.order[first + j + static_cast<std::uint32_t>(i)]);
+            hit.b1 = c.b1[i];
+            hit.b2 = c.b2[i];
+            hit.position = {c.x[i], c.y[i], c.z[i]};
+            hit.distanceSquared = c.distanceSquared[i];
+        }
+    }
+#else
+    (void)rows;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const TriangleClosest c = closestOnTriangle(query, tree.corner(first, count, i, 0),
+                                                    tree.corner(first, count, i, 1), tree.corner(first, count, i, 2));
+        if (!(c.distanceSquared < best)) continue;
+        best = c.distanceSquared;
+        hit.face = static_cast<std::int32_t>(tree.order[first + i]);
+        hit.b1 = c.b1;
+        hit.b2 = c.b2;
+        hit.position = c.point;
+        hit.distanceSquared = c.distanceSquared;
+    }
+#endif
+}
 
 }  // namespace
 
@@ -220,8 +259,8 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
     const float* bounds = tree.bounds.data();
     auto prefetch = [&](const std::array<std::uint32_t, 2>& node) {
         if (node[1] != 0) {
-            const char* first = reinterpret_cast<const char*>(&tree.corners[node[0] * 3]);
-            const char* last = reinterpret_cast<const char*>(&tree.corners[(node[0] + node[1]) * 3]);
+            const char* first = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0]} * 9]);
+            const char* last = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0] + node[1]} * 9]);
             for (const char* p = first; p < last; p += 64) prefetchLine(p);
         } else {
             prefetchLine(bounds + node[0] * 6);
@@ -236,18 +275,7 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
         if (!(e.distance < best)) continue;
         const auto& node = e.node;
         if (node[1] != 0) {
-            for (std::uint32_t k = node[0]; k < node[0] + node[1]; ++k) {
-                const Vec3f* corner = &tree.corners[k * 3];
-                const TriangleClosest c = closestOnTriangle(query, corner[0], corner[1], corner[2]);
-                if (c.distanceSquared < best) {
-                    best = c.distanceSquared;
-                    hit.face = static_cast<std::int32_t>(tree.order[k]);
-                    hit.b1 = c.b1;
-                    hit.b2 = c.b2;
-                    hit.position = c.point;
-                    hit.distanceSquared = c.distanceSquared;
-                }
-            }
+            testLeaf(tree, node[0], node[1], query, best, hit);
             continue;
         }
         const std::uint32_t left = node[0];
@@ -310,13 +338,14 @@ bool rayInTree(const BvhTree& tree, Vec3f origin, Vec3f direction, float tMin, f
         if (!(e.t < best)) continue;
         const auto& node = tree.nodes[e.node];
         if (node[1] != 0) {
-            for (std::uint32_t k = node[0]; k < node[0] + node[1]; ++k) {
-                const Vec3f a = tree.corners[k * 3], b = tree.corners[k * 3 + 1], c = tree.corners[k * 3 + 2];
+            for (std::uint32_t i = 0; i < node[1]; ++i) {
+                const Vec3f a = tree.corner(node[0], node[1], i, 0), b = tree.corner(node[0], node[1], i, 1),
+                            c = tree.corner(node[0], node[1], i, 2);
                 float t, u, v;
                 if (rayTriangle(origin, direction, a, b, c, t, u, v) && t >= tMin && t < best) {
                     best = t;
                     found = true;
-                    hit.face = static_cast<std::int32_t>(tree.order[k]);
+                    hit.face = static_cast<std::int32_t>(tree.order[node[0] + i]);
                     hit.b1 = u;
                     hit.b2 = v;
                     hit.t = t;

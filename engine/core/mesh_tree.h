@@ -26,10 +26,18 @@ struct BvhTree {
     std::vector<float> bounds;
     /// Triangle indices in tree order; each leaf's run is in ascending index order.
     std::vector<std::uint32_t> order;
-    /// The corner points of each triangle in tree order (nine floats per position in
-    /// `order`), so that a leaf reads its triangles from one contiguous run instead of
-    /// chasing indices across the mesh. Derived from the pose, like the bounds.
-    std::vector<Vec3f> corners;
+    /// The corner points of each leaf's triangles, so that a leaf reads them from one
+    /// contiguous run instead of chasing indices across the mesh. A leaf (first, count) owns
+    /// the floats from 9 * first on, laid out as nine rows of `count` values (corner 0 x, y,
+    /// z, corner 1 x, ...); three floats of padding follow the last leaf. Derived from the
+    /// pose, like the bounds.
+    std::vector<float> corners;
+
+    /// Corner c (0 to 2) of the i-th triangle of the leaf starting at `first` with `count`.
+    Vec3f corner(std::uint32_t first, std::uint32_t count, std::uint32_t i, int c) const {
+        const float* row = &corners[std::size_t{first} * 9 + static_cast<std::size_t>(c) * 3 * count + i];
+        return {row[0], row[count], row[2 * std::size_t{count}]};
+    }
     /// The number of nodes on the longest path from the root to a leaf.
     std::uint32_t depth = 0;
 

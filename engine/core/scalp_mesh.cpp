@@ -103,12 +103,12 @@ void ScalpMesh::LazyBvh::ensure() {
 }
 
 const BvhTree& ScalpMesh::LazyBvh::tree() {
-    ensure();
+    if (!built_.load(std::memory_order_acquire)) ensure();
     return *tree_;
 }
 
 float ScalpMesh::LazyBvh::maxAbsCoordinate() {
-    ensure();
+    if (!built_.load(std::memory_order_acquire)) ensure();
     return maxAbsCoordinate_;
 }
 
