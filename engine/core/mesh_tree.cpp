@@ -1,0 +1,370 @@
+#include "core/mesh_tree.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <immintrin.h>
+#define TRESSORA_TREE_SSE 1
+#endif
+
+#include "core/parallel.h"
+#include "core/triangle_closest_x4.h"
+#include "core/triangle_geometry.h"
+
+namespace tressora {
+namespace {
+
+constexpr float kInf = std::numeric_limits<float>::infinity();
+constexpr std::size_t kLeafGrain = 1024;
+
+/// The sort key of a centroid coordinate: NaN sorts as +infinity so the ordering stays strict.
+float centroidKey(float v) { return std::isnan(v) ? kInf : v; }
+
+/// Bounds of the corner points of the triangles order[first, first + count), padded outward by
+/// a few units in the last place of the largest coordinate: a closest point computed on a
+/// triangle may round just outside its exact box, and the padding keeps the tree's pruning
+/// from ever rejecting a triangle that a full scan would pick.
+void leafBounds(const BvhTree& tree, std::uint32_t first, std::uint32_t count,
+                std::span<const Vec3f> points, std::span<const MeshTriangle> triangles, float* out) {
+    float lo[3] = {kInf, kInf, kInf};
+    float hi[3] = {-kInf, -kInf, -kInf};
+    for (std::uint32_t k = first; k < first + count; ++k) {
+        for (std::int32_t index : triangles[tree.order[k]]) {
+            const Vec3f p = points[static_cast<std::size_t>(index)];
+            for (int a = 0; a < 3; ++a) {
+                lo[a] = std::min(lo[a], p[a]);
+                hi[a] = std::max(hi[a], p[a]);
+            }
+        }
+    }
+    float largest = 0.0f;
+    for (int a = 0; a < 3; ++a) largest = std::max({largest, std::fabs(lo[a]), std::fabs(hi[a])});
+    const float pad = largest * (4.0f * FLT_EPSILON) + FLT_MIN;
+    for (int a = 0; a < 3; ++a) {
+        out[a] = lo[a] - pad;
+        out[3 + a] = hi[a] + pad;
+    }
+}
+
+/// Fills the corner copies and every node's bounds: leaves in parallel from their triangles,
+/// then inner nodes from the last to the first, since children always come after their parent.
+void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const MeshTriangle> triangles) {
+    const std::size_t count = tree.nodes.size();
+    tree.corners.assign(tree.order.size() * 9 + 3, 0.0f);
+    tree.bounds.assign(count * 6 + 2, 0.0f);
+    parallelRange(0, count, kLeafGrain, [&](std::size_t lo, std::size_t hi) {
+        for (std::size_t n = lo; n < hi; ++n) {
+            if (!tree.isLeaf(static_cast<std::uint32_t>(n))) continue;
+            const auto [first, size] = tree.nodes[n];
+            leafBounds(tree, first, size, points, triangles, &tree.bounds[n * 6]);
+            float* rows = &tree.corners[std::size_t{first} * 9];
+            for (std::uint32_t i = 0; i < size; ++i)
+                for (int c = 0; c < 3; ++c) {
+                    const Vec3f p = points[static_cast<std::size_t>(triangles[tree.order[first + i]][c])];
+                    for (int a = 0; a < 3; ++a) rows[static_cast<std::size_t>(c * 3 + a) * size + i] = p[a];
+                }
+        }
+    });
+    for (std::size_t n = count; n-- > 0;) {
+        if (tree.isLeaf(static_cast<std::uint32_t>(n))) continue;
+        const float* l = &tree.bounds[tree.nodes[n][0] * 6];
+        const float* r = l + 6;
+        float* b = &tree.bounds[n * 6];
+        for (int a = 0; a < 3; ++a) {
+            b[a] = std::min(l[a], r[a]);
+            b[3 + a] = std::max(l[3 + a], r[3 + a]);
+        }
+    }
+}
+
+/// Asks the processor to start loading the cache line at p.
+inline void prefetchLine(const void* p) {
+#ifdef TRESSORA_TREE_SSE
+    _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0);
+#else
+    (void)p;
+#endif
+}
+
+/// Squared distance from q to a node's box, zero inside it.
+#ifdef TRESSORA_TREE_SSE
+inline float boxDistanceSquared(const float* box, __m128 q) {
+    const __m128 lo = _mm_loadu_ps(box);
+    const __m128 hi = _mm_loadu_ps(box + 3);
+    const __m128 lanes = _mm_castsi128_ps(_mm_set_epi32(0, -1, -1, -1));
+    __m128 d = _mm_max_ps(_mm_max_ps(_mm_sub_ps(lo, q), _mm_sub_ps(q, hi)), _mm_setzero_ps());
+    d = _mm_and_ps(d, lanes);
+    d = _mm_mul_ps(d, d);
+    alignas(16) float s[4];
+    _mm_store_ps(s, d);
+    return (s[0] + s[1]) + s[2];
+}
+#else
+inline float boxDistanceSquared(const float* box, const float* q) {
+    float s[3];
+    for (int a = 0; a < 3; ++a) {
+        const float d = std::max(std::max(box[a] - q[a], q[a] - box[3 + a]), 0.0f);
+        s[a] = d * d;
+    }
+    return (s[0] + s[1]) + s[2];
+}
+#endif
+
+/// Tests a leaf's triangles in order; a strictly smaller distance replaces the best, so of
+/// equal distances the first tested is kept.
+void testLeaf(const BvhTree& tree, std::uint32_t first, std::uint32_t count, Vec3f query, float& best,
+              TreeHit& hit) {
+    const float* rows = &tree.corners[std::size_t{first} * 9];
+#ifdef TRESSORA_CLOSEST_X4
+    Closest4 c;
+    for (std::uint32_t j = 0; j < count; j += 4) {
+        const int lanes = static_cast<int>(std::min<std::uint32_t>(4, count - j));
+        closestOnTriangles4(query, rows + j, count, lanes, c);
+        for (int i = 0; i < lanes; ++i) {
+            if (!(c.distanceSquared[i] < best)) continue;
+            best = c.distanceSquared[i];
+            hit.face = static_cast<std::int32_t>(tree.order[first + j + static_cast<std::uint32_t>(i)]);
+            hit.b1 = c.b1[i];
+            hit.b2 = c.b2[i];
+            hit.position = {c.x[i], c.y[i], c.z[i]};
+            hit.distanceSquared = c.distanceSquared[i];
+        }
+    }
+#else
+    (void)rows;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const TriangleClosest c = closestOnTriangle(query, tree.corner(first, count, i, 0),
+                                                    tree.corner(first, count, i, 1), tree.corner(first, count, i, 2));
+        if (!(c.distanceSquared < best)) continue;
+        best = c.distanceSquared;
+        hit.face = static_cast<std::int32_t>(tree.order[first + i]);
+        hit.b1 = c.b1;
+        hit.b2 = c.b2;
+        hit.position = c.point;
+        hit.distanceSquared = c.distanceSquared;
+    }
+#endif
+}
+
+}  // namespace
+
+std::shared_ptr<const BvhTree> BvhTree::build(std::span<const Vec3f> points,
+                                              std::span<const MeshTriangle> triangles) {
+    auto tree = std::make_shared<BvhTree>();
+    const std::size_t n = triangles.size();
+    if (n == 0) return tree;
+
+    // Each triangle's centroid is the centre of its bounding box.
+    std::vector<Vec3f> centroid(n);
+    parallelRange(0, n, 4096, [&](std::size_t lo, std::size_t hi) {
+        for (std::size_t i = lo; i < hi; ++i) {
+            const MeshTriangle& t = triangles[i];
+            const Vec3f a = points[static_cast<std::size_t>(t[0])];
+            const Vec3f b = points[static_cast<std::size_t>(t[1])];
+            const Vec3f c = points[static_cast<std::size_t>(t[2])];
+            Vec3f m;
+            for (int k = 0; k < 3; ++k) {
+                const float mn = std::min({a[k], b[k], c[k]});
+                const float mx = std::max({a[k], b[k], c[k]});
+                m[k] = centroidKey((mn + mx) * 0.5f);
+            }
+            centroid[i] = m;
+        }
+    });
+
+    tree->order.resize(n);
+    std::iota(tree->order.begin(), tree->order.end(), 0u);
+    tree->nodes.reserve(n / 2 + 1);
+    tree->nodes.push_back({0, 0});
+
+    struct Work {
+        std::uint32_t node, first, last, depth;
+    };
+    std::vector<Work> stack{{0, 0, static_cast<std::uint32_t>(n), 1}};
+    std::uint32_t depth = 0;
+    while (!stack.empty()) {
+        const Work w = stack.back();
+        stack.pop_back();
+        depth = std::max(depth, w.depth);
+        const std::uint32_t count = w.last - w.first;
+
+        Vec3f lo{kInf, kInf, kInf}, hi{-kInf, -kInf, -kInf};
+        for (std::uint32_t k = w.first; k < w.last; ++k) {
+            const Vec3f c = centroid[tree->order[k]];
+            for (int a = 0; a < 3; ++a) {
+                lo[a] = std::min(lo[a], c[a]);
+                hi[a] = std::max(hi[a], c[a]);
+            }
+        }
+        const Vec3f extent = hi - lo;
+        int axis = 0;
+        if (extent[1] > extent[axis]) axis = 1;
+        if (extent[2] > extent[axis]) axis = 2;
+
+        auto begin = tree->order.begin();
+        if (count < 5 || !(extent[axis] > 0.0f)) {
+            std::sort(begin + w.first, begin + w.last);
+            tree->nodes[w.node] = {w.first, count};
+            continue;
+        }
+        const std::uint32_t mid = w.first + count / 2;
+        std::nth_element(begin + w.first, begin + mid, begin + w.last,
+                         [&](std::uint32_t a, std::uint32_t b) {
+                             const float ca = centroid[a][axis], cb = centroid[b][axis];
+                             return ca < cb || (ca == cb && a < b);
+                         });
+        const auto left = static_cast<std::uint32_t>(tree->nodes.size());
+        tree->nodes.push_back({0, 0});
+        tree->nodes.push_back({0, 0});
+        tree->nodes[w.node] = {left, 0};
+        stack.push_back({left, w.first, mid, w.depth + 1});
+        stack.push_back({left + 1, mid, w.last, w.depth + 1});
+    }
+    tree->depth = depth;
+    fillBounds(*tree, points, triangles);
+    return tree;
+}
+
+std::shared_ptr<const BvhTree> BvhTree::refit(const BvhTree& shape, std::span<const Vec3f> points,
+                                              std::span<const MeshTriangle> triangles) {
+    auto tree = std::make_shared<BvhTree>();
+    tree->nodes = shape.nodes;
+    tree->order = shape.order;
+    tree->depth = shape.depth;
+    if (!tree->nodes.empty()) fillBounds(*tree, points, triangles);
+    return tree;
+}
+
+TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
+    TreeHit hit;
+    if (tree.nodes.empty() || std::isnan(query.x) || std::isnan(query.y) || std::isnan(query.z)) return hit;
+    float best = maxDistance < std::sqrt(FLT_MAX) ? maxDistance * maxDistance : kInf;
+
+#ifdef TRESSORA_TREE_SSE
+    const __m128 q = _mm_set_ps(0.0f, query.z, query.y, query.x);
+#else
+    const float q[3] = {query.x, query.y, query.z};
+#endif
+    // Each entry carries its node's record, read together with its sibling's when the parent
+    // was opened, so popping an entry starts no new memory access; the data the entry will
+    // need (its children's bounds or its triangles) is prefetched at that time as well.
+    struct Entry {
+        std::array<std::uint32_t, 2> node;
+        float distance;
+    };
+    const float* bounds = tree.bounds.data();
+    auto prefetch = [&](const std::array<std::uint32_t, 2>& node) {
+        if (node[1] != 0) {
+            const char* first = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0]} * 9]);
+            const char* last = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0] + node[1]} * 9]);
+            for (const char* p = first; p < last; p += 64) prefetchLine(p);
+        } else {
+            prefetchLine(bounds + node[0] * 6);
+        }
+    };
+    Entry stack[64];
+    int top = 0;
+    stack[top++] = {tree.nodes[0], boxDistanceSquared(bounds, q)};
+
+    while (top > 0) {
+        const Entry e = stack[--top];
+        if (!(e.distance < best)) continue;
+        const auto& node = e.node;
+        if (node[1] != 0) {
+            testLeaf(tree, node[0], node[1], query, best, hit);
+            continue;
+        }
+        const std::uint32_t left = node[0];
+        const float dl = boxDistanceSquared(bounds + left * 6, q);
+        const float dr = boxDistanceSquared(bounds + (left + 1) * 6, q);
+        const auto& l = tree.nodes[left];
+        const auto& r = tree.nodes[left + 1];
+        // Push the far child first so the near one is popped next; ties go left first.
+        if (dr < best) prefetch(r);
+        if (dl < best) prefetch(l);
+        if (dl <= dr) {
+            if (dr < best) stack[top++] = {r, dr};
+            if (dl < best) stack[top++] = {l, dl};
+        } else {
+            if (dl < best) stack[top++] = {l, dl};
+            if (dr < best) stack[top++] = {r, dr};
+        }
+    }
+    return hit;
+}
+
+bool rayInTree(const BvhTree& tree, Vec3f origin, Vec3f direction, float tMin, float tMax,
+               float margin, TreeHit& hit) {
+    if (tree.nodes.empty()) return false;
+    const float len = length(direction);
+    if (!(len > 0.0f)) return false;
+    const float tEps = margin / len;
+    float inv[3];
+    for (int a = 0; a < 3; ++a) {
+        const float d = direction[a];
+        inv[a] = std::fabs(d) > 1e-30f ? 1.0f / d : std::copysign(1e30f, d);
+    }
+    float best = tMax;
+    bool found = false;
+
+    // The parameter at which the ray enters a node's box widened by the margin; infinity
+    // for a miss or an entry past the best hit.
+    auto entry = [&](std::uint32_t node) {
+        const float* b = &tree.bounds[node * 6];
+        float tNear = tMin - tEps;
+        float tFar = best + tEps;
+        for (int a = 0; a < 3; ++a) {
+            const float t0 = (b[a] - margin - origin[a]) * inv[a];
+            const float t1 = (b[3 + a] + margin - origin[a]) * inv[a];
+            tNear = std::max(tNear, std::min(t0, t1));
+            tFar = std::min(tFar, std::max(t0, t1));
+        }
+        return tNear <= tFar ? tNear : kInf;
+    };
+
+    struct Entry {
+        std::uint32_t node;
+        float t;
+    };
+    Entry stack[64];
+    int top = 0;
+    stack[top++] = {0, entry(0)};
+    while (top > 0) {
+        const Entry e = stack[--top];
+        if (!(e.t < best)) continue;
+        const auto& node = tree.nodes[e.node];
+        if (node[1] != 0) {
+            for (std::uint32_t i = 0; i < node[1]; ++i) {
+                const Vec3f a = tree.corner(node[0], node[1], i, 0), b = tree.corner(node[0], node[1], i, 1),
+                            c = tree.corner(node[0], node[1], i, 2);
+                float t, u, v;
+                if (rayTriangle(origin, direction, a, b, c, t, u, v) && t >= tMin && t < best) {
+                    best = t;
+                    found = true;
+                    hit.face = static_cast<std::int32_t>(tree.order[node[0] + i]);
+                    hit.b1 = u;
+                    hit.b2 = v;
+                    hit.t = t;
+                    hit.position = a + (b - a) * u + (c - a) * v;
+                }
+            }
+            continue;
+        }
+        const std::uint32_t left = node[0];
+        const float tl = entry(left), tr = entry(left + 1);
+        if (tl <= tr) {
+            if (tr < best) stack[top++] = {left + 1, tr};
+            if (tl < best) stack[top++] = {left, tl};
+        } else {
+            if (tl < best) stack[top++] = {left, tl};
+            if (tr < best) stack[top++] = {left + 1, tr};
+        }
+    }
+    return found;
+}
+
+}  // namespace tressora
