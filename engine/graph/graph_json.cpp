@@ -1,7 +1,7 @@
 #include "graph/graph_json.h"
 
 #include "core/errors.h"
-#include "graph/document_version.h"
+#include "core/document_version.h"
 #include "graph/node_definition.h"
 #include "graph/operator_registry.h"
 #include "graph/param_json.h"
@@ -157,7 +157,7 @@ json graphToJson(const Graph& graph) {
         }
     }
     json out;
-    out["version"] = kDocumentVersion;
+    out["version"] = kGraphVersion;
     out["nodes"] = std::move(nodes);
     out["connections"] = std::move(connections);
     out["output"] = graph.outputNode() ? json(graph.nodeName(graph.outputNode())) : json("");
@@ -168,7 +168,7 @@ json graphToJson(const Graph& graph) {
 std::unique_ptr<Graph> graphFromJson(const json& document, const OperatorRegistry& registry,
                                      const NodeTypeResolver& resolver) {
     if (!document.is_object()) throw GraphError("graph JSON must be an object");
-    checkDocumentVersion(document, "graph");
+    checkDocumentVersion(document, "graph", kGraphVersion);
     auto graph = std::make_unique<Graph>(registry);
     const json& nodes = required(document, "nodes");
     if (!nodes.is_array()) throw GraphError("graph JSON: nodes must be a list");

@@ -11,6 +11,9 @@
 
 namespace tressora {
 
+/// The graph document version this build reads and writes.
+inline constexpr int kGraphVersion = 1;
+
 /// Creates the operator of a node type that is not a registered one: a text beginning
 /// "node:" names a shared node file. Returns null when it cannot resolve the type.
 using NodeTypeResolver = std::function<std::unique_ptr<Operator>(const std::string& type)>;

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "core/errors.h"
-#include "graph/document_version.h"
+#include "core/document_version.h"
 #include "graph/graph_json.h"
 #include "test_operators.h"
 
@@ -124,9 +124,9 @@ TEST(GraphJson, VersionCheckSpeaksOfTheDocument) {
     EXPECT_EQ(read(R"({"version":"1","nodes":[],"output":"x"})"), "graph version \"1\" is not a whole number");
     EXPECT_EQ(read(R"({"version":1.5,"nodes":[],"output":"x"})"), "graph version 1.5 is not a whole number");
     EXPECT_EQ(read(R"({"version":0,"nodes":[],"output":"x"})"), "graph version 0 is not valid");
-    EXPECT_EQ(read("{nodes"), std::string("graph: invalid JSON: ") +
-                                  errorOf<nlohmann::json::parse_error>([] { const auto j = nlohmann::json::parse("{nodes"); (void)j; }));
-    EXPECT_EQ(errorOf<SchemaError>([] { checkDocumentVersion(nlohmann::json::array(), "guide data"); }),
+    const std::string invalid = read("{nodes");
+    EXPECT_EQ(invalid.rfind("graph: invalid JSON: parse error at line 1, column 3", 0), 0u) << invalid;
+    EXPECT_EQ(errorOf<SchemaError>([] { checkDocumentVersion(nlohmann::json::array(), "guide data", 1); }),
               "guide data must be a JSON object");
 }
 
