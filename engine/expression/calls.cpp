@@ -117,7 +117,8 @@ Code Parser::emitCall(const ExpressionFunction& row, std::vector<Argument>& args
     r.vector = row.resultWidth == 3;
     r.ops.push_back(instruction(r.vector ? ExpressionOp::CallVector : ExpressionOp::Call, code,
                                 static_cast<std::uint16_t>(floats)));
-    return constant ? fold(r) : r;
+    if (constant) return fold(r);
+    return r;
 }
 
 Code Parser::noiseCall(const NameToken& token, std::vector<Argument>& args) {

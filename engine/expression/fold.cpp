@@ -29,7 +29,8 @@ Code Parser::fold(const Code& code) {
 Code Parser::negate(Code a) {
     const bool constant = a.isConstant();
     a.ops.push_back(instruction(a.vector ? ExpressionOp::NegateVector : ExpressionOp::Negate));
-    return constant ? fold(a) : a;
+    if (constant) return fold(a);
+    return a;
 }
 
 Code Parser::binary(Code a, Code b, BinaryCode op) {
@@ -41,14 +42,15 @@ Code Parser::binary(Code a, Code b, BinaryCode op) {
     append(r, b);
     r.ops.push_back(instruction(vector ? ExpressionOp::BinaryVector : ExpressionOp::Binary,
                                 static_cast<std::uint8_t>(op), vector ? count : 0));
-    return constant ? fold(r) : r;
+    if (constant) return fold(r);
+    return r;
 }
 
 Code Parser::select(Code condition, Code then, Code otherwise) {
     const bool vector = then.vector || otherwise.vector;
     if (vector && !then.vector) then = splat(std::move(then));
     if (vector && !otherwise.vector) otherwise = splat(std::move(otherwise));
-    if (condition.isConstant()) return condition.constant() != 0.0f ? then : otherwise;
+    if (condition.isConstant()) return condition.constant() != 0.0f ? std::move(then) : std::move(otherwise);
     Code r = std::move(condition);
     r.vector = vector;
     append(r, then);
