@@ -3,6 +3,7 @@
 #include "expression/parser.h"
 
 #include <cmath>
+#include <limits>
 
 #include "expression/names.h"
 
@@ -18,6 +19,14 @@ int componentIndex(char c) {
 }
 
 std::string quoted(char c) { return std::string("'") + c + "'"; }
+
+/// A number as written, as a float: beyond the float range it is an infinity.
+float toFloat(double v) {
+    constexpr double kLargest = std::numeric_limits<float>::max();
+    if (v > kLargest) return std::numeric_limits<float>::infinity();
+    if (v < -kLargest) return -std::numeric_limits<float>::infinity();
+    return static_cast<float>(v);
+}
 
 }  // namespace
 
@@ -234,7 +243,7 @@ Code Parser::primary() {
         return v;
     }
     if (scan_.take("[")) return vectorLiteral(at);
-    if (scan_.lookingAtNumber()) return numberConstant(static_cast<float>(scan_.readNumber()));
+    if (scan_.lookingAtNumber()) return numberConstant(toFloat(scan_.readNumber()));
     if (scan_.lookingAtQuote()) fail(at, "text in quotes names a map, in map(\"name\")");
     if (scan_.lookingAtName()) {
         const NameToken token = scan_.readName();

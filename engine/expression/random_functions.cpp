@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "core/hash.h"
 #include "expression/math_functions.h"
@@ -23,8 +24,12 @@ float randSeeded(float randSlot, float seed) {
 
 namespace {
 
-/// A weight as the selection functions read it: NaN and negatives weigh nothing.
-double weightOf(float w) { return w > 0.0f ? static_cast<double>(w) : 0.0; }
+/// A weight as the selection functions read it: NaN and negatives weigh nothing, an
+/// infinite weight as much as the largest float.
+double weightOf(float w) {
+    if (!(w > 0.0f)) return 0.0;
+    return std::min(static_cast<double>(w), static_cast<double>(std::numeric_limits<float>::max()));
+}
 
 }  // namespace
 
