@@ -19,7 +19,7 @@ bool isPure(const ExpressionInstr& in) {
 
 Code Parser::fold(const Code& code) {
     if (!isPure(code.ops.back())) return code;
-    std::vector<float> stack(code.size() + 3);
+    std::vector<float> stack(code.size() + 4);
     const ExpressionEnvironment blank;
     const float* top = execute(code.ops.data(), code.ops.data() + code.size(), blank,
                                {parts_.curves, parts_.mapProbes}, stack.data());

@@ -29,6 +29,28 @@ inline float binaryInline(std::uint8_t code, float a, float b) {
     return 0.0f;
 }
 
+/// out = left `code` right per component; a side that is no vector is used for all three.
+/// The switch is outside the loop, so each component costs the operation alone.
+inline void binaryVector(std::uint8_t code, const float* left, bool leftVector, const float* right,
+                         bool rightVector, float* out) {
+    const float a[3] = {left[0], left[leftVector ? 1 : 0], left[leftVector ? 2 : 0]};
+    const float b[3] = {right[0], right[rightVector ? 1 : 0], right[rightVector ? 2 : 0]};
+    switch (static_cast<BinaryCode>(code)) {
+    case BinaryCode::Add:
+        for (int k = 0; k < 3; ++k) out[k] = a[k] + b[k];
+        return;
+    case BinaryCode::Subtract:
+        for (int k = 0; k < 3; ++k) out[k] = a[k] - b[k];
+        return;
+    case BinaryCode::Multiply:
+        for (int k = 0; k < 3; ++k) out[k] = a[k] * b[k];
+        return;
+    default:
+        for (int k = 0; k < 3; ++k) out[k] = binaryInline(code, a[k], b[k]);
+        return;
+    }
+}
+
 inline float readChannel(const ExpressionEnvironment& env, std::uint32_t index) {
     if (env.point != ExpressionEnvironment::kNoPoint && index < env.pointChannels.size()) {
         const std::span<const float> table = env.pointChannels[index];
@@ -79,99 +101,124 @@ inline void callVector(const ExpressionInstr& in, const float* args, const Expre
     }
 }
 
-}  // namespace
 
-float binaryOp(std::uint8_t code, float a, float b) { return binaryInline(code, a, b); }
-
-float* execute(const ExpressionInstr* ip, const ExpressionInstr* end, const ExpressionEnvironment& env,
-               const ProgramTables& tables, float* sp) {
+/// The run loop, inlined into evaluate and evaluateVector so each call is one loop.
+inline float* run(const ExpressionInstr* ip, const ExpressionInstr* end, const ExpressionEnvironment& env,
+                  const ProgramTables& tables, float* stack) {
+    // The top of the stack lives in a register; memory holds the values below it. The first
+    // push stores a meaningless value at stack[0], which is never read.
+    float tos = 0.0f;
+    float* sp = stack;
     for (; ip != end; ++ip) {
         switch (ip->op) {
-        case ExpressionOp::PushConst: *sp++ = ip->value; break;
-        case ExpressionOp::PushVar: *sp++ = env.slots[ip->code]; break;
-        case ExpressionOp::PushChannel: *sp++ = readChannel(env, ip->index); break;
-        case ExpressionOp::Negate: sp[-1] = -sp[-1]; break;
-        case ExpressionOp::Binary:
-            sp[-2] = binaryInline(ip->code, sp[-2], sp[-1]);
-            --sp;
+        case ExpressionOp::PushConst:
+            *sp++ = tos;
+            tos = ip->value;
             break;
-        case ExpressionOp::Call:
+        case ExpressionOp::PushVar:
+            *sp++ = tos;
+            tos = env.slots[ip->code];
+            break;
+        case ExpressionOp::PushChannel:
+            *sp++ = tos;
+            tos = readChannel(env, ip->index);
+            break;
+        case ExpressionOp::Negate: tos = -tos; break;
+        case ExpressionOp::Binary:
+            --sp;
+            tos = binaryInline(ip->code, *sp, tos);
+            break;
+        case ExpressionOp::Call: {
+            *sp = tos;  // the arguments, contiguous: sp[1 - count] .. sp[0]
+            const float* args = sp + 1 - ip->count;
+            tos = finiteOrZero(callNumber(*ip, args, env, tables));
             sp -= ip->count;
-            *sp = finiteOrZero(callNumber(*ip, sp, env, tables));
             ++sp;
             break;
+        }
         case ExpressionOp::Select:
             sp -= 2;
-            sp[-1] = sp[-1] != 0.0f ? sp[0] : sp[1];
+            tos = sp[0] != 0.0f ? sp[1] : tos;
             break;
         case ExpressionOp::NegateVector:
-            sp[-3] = -sp[-3];
             sp[-2] = -sp[-2];
             sp[-1] = -sp[-1];
+            tos = -tos;
             break;
         case ExpressionOp::BinaryVector: {
+            *sp = tos;
+            float* top = sp + 1;
             const int rightWidth = (ip->count & 2) ? 3 : 1;
             const int leftWidth = (ip->count & 1) ? 3 : 1;
-            const float* right = sp - rightWidth;
-            float* left = sp - rightWidth - leftWidth;
-            float r[3];
-            for (int k = 0; k < 3; ++k) {
-                r[k] = binaryInline(ip->code, left[leftWidth == 3 ? k : 0], right[rightWidth == 3 ? k : 0]);
-            }
-            left[0] = r[0];
-            left[1] = r[1];
-            left[2] = r[2];
-            sp = left + 3;
+            float* right = top - rightWidth;
+            float* left = right - leftWidth;
+            binaryVector(ip->code, left, leftWidth == 3, right, rightWidth == 3, left);
+            sp = left + 2;
+            tos = left[2];
             break;
         }
         case ExpressionOp::SelectVector: {
-            sp -= 7;
-            const float* chosen = sp[0] != 0.0f ? sp + 1 : sp + 4;
-            const float x = chosen[0], y = chosen[1], z = chosen[2];
-            sp[0] = x;
-            sp[1] = y;
-            sp[2] = z;
-            sp += 3;
+            // condition at sp[-6], then at sp[-5..-3], else at sp[-2], sp[-1], tos.
+            float* base = sp - 6;
+            if (base[0] != 0.0f) {
+                base[0] = base[1];
+                base[1] = base[2];
+                tos = base[3];
+            } else {
+                base[0] = sp[-2];
+                base[1] = sp[-1];
+            }
+            sp = base + 2;
             break;
         }
         case ExpressionOp::CallVector: {
-            sp -= ip->count;
+            *sp = tos;
+            float* args = sp + 1 - ip->count;
             float out[3];
-            callVector(*ip, sp, env, tables, out);
-            sp[0] = finiteOrZero(out[0]);
-            sp[1] = finiteOrZero(out[1]);
-            sp[2] = finiteOrZero(out[2]);
-            sp += 3;
+            callVector(*ip, args, env, tables, out);
+            args[0] = finiteOrZero(out[0]);
+            args[1] = finiteOrZero(out[1]);
+            tos = finiteOrZero(out[2]);
+            sp = args + 2;
             break;
         }
         case ExpressionOp::Component:
-            sp -= 3;
-            sp[0] = sp[ip->code];
-            ++sp;
+            tos = ip->code == 2 ? tos : sp[ip->code - 2];
+            sp -= 2;
             break;
         case ExpressionOp::Splat:
-            sp[0] = sp[-1];
-            sp[1] = sp[-1];
+            sp[0] = tos;
+            sp[1] = tos;
             sp += 2;
             break;
         }
     }
-    return sp;
+    *sp = tos;
+    return sp + 1;
+}
+
+}  // namespace
+
+float binaryOp(std::uint8_t code, float a, float b) { return binaryInline(code, a, b); }
+
+float* execute(const ExpressionInstr* begin, const ExpressionInstr* end, const ExpressionEnvironment& env,
+               const ProgramTables& tables, float* stack) {
+    return run(begin, end, env, tables, stack);
 }
 
 }  // namespace exprc
 
 float Expression::evaluate(const ExpressionEnvironment& env) const {
-    float stack[kExpressionStackSize];
-    const float* top = exprc::execute(program_.data(), program_.data() + program_.size(), env,
+    float stack[kExpressionStackSize + 1];
+    const float* top = exprc::run(program_.data(), program_.data() + program_.size(), env,
                                       {curves_, mapProbes_}, stack);
     const float r = isVector_ ? top[-3] : top[-1];
     return std::isfinite(r) ? r : 0.0f;
 }
 
 Vec3f Expression::evaluateVector(const ExpressionEnvironment& env) const {
-    float stack[kExpressionStackSize];
-    const float* top = exprc::execute(program_.data(), program_.data() + program_.size(), env,
+    float stack[kExpressionStackSize + 1];
+    const float* top = exprc::run(program_.data(), program_.data() + program_.size(), env,
                                       {curves_, mapProbes_}, stack);
     if (!isVector_) {
         const float r = exprc::finiteOrZero(top[-1]);

@@ -17,7 +17,7 @@ struct ProgramTables {
 };
 
 /// Runs instructions [begin, end) from an empty stack at `stack` and returns one past the
-/// top float. The stack must hold the program's deepest use. Never fails.
+/// top float. The stack must hold one float more than the program's deepest use. Never fails.
 float* execute(const ExpressionInstr* begin, const ExpressionInstr* end, const ExpressionEnvironment& env,
                const ProgramTables& tables, float* stack);
 

@@ -28,8 +28,9 @@ inline std::uint64_t finishCorner(std::uint64_t h) {
     return h ^ (h >> 32);
 }
 
+/// The dot product of corner gradient `component` (its 16 bits of h, modulo 12) and (x, y, z).
 inline float gradientDot(std::uint64_t h, int component, float x, float y, float z) {
-    const float* g = kGradients[((h >> (16 * component)) & 0xFFFFu) % 12u];
+    const float* g = kGradients[static_cast<unsigned>((h >> (16 * component)) & 0xFFFFu) % 12u];
     return g[0] * x + g[1] * y + g[2] * z;
 }
 
@@ -41,23 +42,23 @@ struct Axis {
     float fraction;
 };
 
+constexpr float kLatticeLimit = 4.611686e18f;  // 2^62
+
 inline Axis axisOf(float x) {
     x = finiteOrZero(x);
     const float fl = std::floor(x);
-    return {latticeFloor(fl), x - fl};
+    return {static_cast<std::int64_t>(std::clamp(fl, -kLatticeLimit, kLatticeLimit)), x - fl};
 }
 
-/// Noise over 8 corner hashes (index bit 0: x + 1, bit 1: y + 1, bit 2: z + 1).
-void blend3(const std::uint64_t* hashes, float fx, float fy, float fz, int width, float* out) {
+/// Noise over 8 corner hashes (index bit 0: x + 1, bit 1: y + 1, bit 2: z + 1), blended x first.
+inline void blend3(const std::uint64_t* h, float fx, float fy, float fz, int width, float* out) {
     const float u = fade(fx), v = fade(fy), w = fade(fz);
+    const float gx = fx - 1.0f, gy = fy - 1.0f, gz = fz - 1.0f;
     for (int k = 0; k < width; ++k) {
-        float c[8];
-        for (int i = 0; i < 8; ++i) {
-            c[i] = gradientDot(hashes[i], k, fx - float(i & 1), fy - float((i >> 1) & 1),
-                               fz - float((i >> 2) & 1));
-        }
-        const float x00 = lerp(c[0], c[1], u), x10 = lerp(c[2], c[3], u);
-        const float x01 = lerp(c[4], c[5], u), x11 = lerp(c[6], c[7], u);
+        const float x00 = lerp(gradientDot(h[0], k, fx, fy, fz), gradientDot(h[1], k, gx, fy, fz), u);
+        const float x10 = lerp(gradientDot(h[2], k, fx, gy, fz), gradientDot(h[3], k, gx, gy, fz), u);
+        const float x01 = lerp(gradientDot(h[4], k, fx, fy, gz), gradientDot(h[5], k, gx, fy, gz), u);
+        const float x11 = lerp(gradientDot(h[6], k, fx, gy, gz), gradientDot(h[7], k, gx, gy, gz), u);
         out[k] = lerp(lerp(x00, x10, v), lerp(x01, x11, v), w);
     }
 }
@@ -66,22 +67,21 @@ void blend3(const std::uint64_t* hashes, float fx, float fy, float fz, int width
 
 std::int64_t latticeFloor(float x) {
     if (!std::isfinite(x)) return 0;
-    constexpr float kLimit = 4.611686e18f;  // 2^62
-    return static_cast<std::int64_t>(std::floor(std::clamp(x, -kLimit, kLimit)));
+    return static_cast<std::int64_t>(std::floor(std::clamp(x, -kLatticeLimit, kLatticeLimit)));
 }
 
 void perlin3(const float* p, std::uint64_t seed, int width, float* out) {
     const Axis ax = axisOf(p[0]), ay = axisOf(p[1]), az = axisOf(p[2]);
-    const std::uint64_t hx[2] = {static_cast<std::uint64_t>(ax.cell) * kAxisX,
-                                 (static_cast<std::uint64_t>(ax.cell) + 1) * kAxisX};
-    const std::uint64_t hy[2] = {static_cast<std::uint64_t>(ay.cell) * kAxisY,
-                                 (static_cast<std::uint64_t>(ay.cell) + 1) * kAxisY};
-    const std::uint64_t hz[2] = {static_cast<std::uint64_t>(az.cell) * kAxisZ,
-                                 (static_cast<std::uint64_t>(az.cell) + 1) * kAxisZ};
-    std::uint64_t hashes[8];
-    for (int i = 0; i < 8; ++i) {
-        hashes[i] = finishCorner(hx[i & 1] ^ hy[(i >> 1) & 1] ^ hz[(i >> 2) & 1] ^ seed);
-    }
+    const std::uint64_t x0 = static_cast<std::uint64_t>(ax.cell) * kAxisX, x1 = x0 + kAxisX;
+    const std::uint64_t y0 = static_cast<std::uint64_t>(ay.cell) * kAxisY, y1 = y0 + kAxisY;
+    const std::uint64_t z0 = static_cast<std::uint64_t>(az.cell) * kAxisZ, z1 = z0 + kAxisZ;
+    // (i + 1) * K is i * K + K in wrapping arithmetic, so each axis costs one multiply.
+    const std::uint64_t s0 = z0 ^ seed, s1 = z1 ^ seed;
+    const std::uint64_t hashes[8] = {
+        finishCorner(x0 ^ y0 ^ s0), finishCorner(x1 ^ y0 ^ s0), finishCorner(x0 ^ y1 ^ s0),
+        finishCorner(x1 ^ y1 ^ s0), finishCorner(x0 ^ y0 ^ s1), finishCorner(x1 ^ y0 ^ s1),
+        finishCorner(x0 ^ y1 ^ s1), finishCorner(x1 ^ y1 ^ s1),
+    };
     blend3(hashes, ax.fraction, ay.fraction, az.fraction, width, out);
 }
 
