@@ -242,7 +242,7 @@ Code Parser::primary() {
         if (!scan_.take(")")) fail(scan_.here(), "expected ')'");
         return v;
     }
-    if (scan_.take("[")) return vectorLiteral(at);
+    if (scan_.take("[")) return vectorLiteral();
     if (scan_.lookingAtNumber()) return numberConstant(toFloat(scan_.readNumber()));
     if (scan_.lookingAtQuote()) fail(at, "text in quotes names a map, in map(\"name\")");
     if (scan_.lookingAtName()) {
@@ -253,7 +253,7 @@ Code Parser::primary() {
     fail(at, "unexpected " + quoted(scan_.peek()));
 }
 
-Code Parser::vectorLiteral(std::size_t) {
+Code Parser::vectorLiteral() {
     Code v;
     v.vector = true;
     for (int k = 0; k < 3; ++k) {

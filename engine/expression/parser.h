@@ -85,7 +85,7 @@ private:
     Code power();
     Code postfix();
     Code primary();
-    Code vectorLiteral(std::size_t offset);
+    Code vectorLiteral();
     Code name(const NameToken& token);
     Code readLocal(const NameToken& token, const Local& local);
 

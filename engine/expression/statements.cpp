@@ -99,7 +99,8 @@ void Parser::ifStatement(std::size_t ifOffset) {
         Local merged;
         if (!then || !otherwise) {
             merged.deferred = "$" + name +
-                              " is set in only one branch of an if above: set it before the if too, or in both branches";
+                              " is set in only one branch of an if above: set it before the if too, or in both "
+                              "branches";
         } else if (!then->deferred.empty()) {
             merged.deferred = then->deferred;
         } else if (!otherwise->deferred.empty()) {

@@ -88,7 +88,8 @@ TEST(ExpressionErrors, CallFaults) {
     const std::string keysOfThree =
         " takes (t, position, value, interpolation, ...) as SeExpr: keys of three, the interpolation 0 (none), "
         "1 (linear), 2 (smooth), 3 (spline) or 4 (monotone spline)";
-    const std::string keysFixed = "'s keys are numbers (or the node's own variables), fixed when the expression compiles";
+    const std::string keysFixed =
+        "'s keys are numbers (or the node's own variables), fixed when the expression compiles";
     expectFaults({
         {"foo(1)", 1, "unknown function 'foo'"},
         {"sin(1, 2)", 1, "sin takes 1 argument(s), got 2"},
@@ -125,7 +126,8 @@ TEST(ExpressionErrors, XGenNamesWithoutEquivalentExplainThemselves) {
         {"$dPdu", 1,
          "XGen's surface derivatives ($dPdu, $dPdv) are not available: build a direction from $N, e.g. "
          "cross($N, [0, 1, 0])"},
-        {"1 + $Cs", 5, "XGen's $Cs (the region color) has no Tressora equivalent: read a painted map with cmap(\"name\")"},
+        {"1 + $Cs", 5,
+         "XGen's $Cs (the region color) has no Tressora equivalent: read a painted map with cmap(\"name\")"},
         {"$Nref.y", 1, "XGen's $Nref (the reference normal) has no Tressora equivalent: $N is the scalp's normal"},
     });
     // A local of that name wins: locals resolve first.
@@ -140,7 +142,8 @@ TEST(ExpressionErrors, TextOfSeveralLinesGivesLineAndColumn) {
               "the last line is the value)");
     EXPECT_EQ(compileError("x +\n  foo(1)"), "expression 'x +\n  foo(1)' (line 2, column 3): unknown function 'foo'");
     // A comment to the end of the line is skipped, and still counts for the column.
-    EXPECT_EQ(compileError("1 # one\n+ ) // two"), "expression '1 # one\n+ ) // two' (line 2, column 3): unexpected ')'");
+    EXPECT_EQ(compileError("1 # one\n+ ) // two"),
+              "expression '1 # one\n+ ) // two' (line 2, column 3): unexpected ')'");
 }
 
 TEST(ExpressionErrors, DeferredLocalFaultsAreRaisedWhereTheLocalIsRead) {
@@ -165,7 +168,8 @@ std::string parenthesised(int depth) { return std::string(depth, '(') + "1" + st
 
 TEST(ExpressionErrors, NestingDeeperThan200Fails) {
     EXPECT_EQ(compileError(parenthesised(200)), "compiled");
-    EXPECT_EQ(compileError(parenthesised(201)), "expression '" + parenthesised(201) + "' at position 202: nested too deeply");
+    EXPECT_EQ(compileError(parenthesised(201)),
+              "expression '" + parenthesised(201) + "' at position 202: nested too deeply");
     std::string minuses(201, '-');
     EXPECT_NE(compileError(minuses + "x").find("nested too deeply"), std::string::npos);
     std::string powers = "x";

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "expression_test_util.h"
+#include "reference_formulas.h"
 
 namespace tressora {
 namespace {
@@ -25,12 +26,9 @@ TEST(ExpressionCurves, EachInterpolationRunsFromItsLeftKey) {
     EXPECT_FLOAT_EQ(at("curve(t, 0, 2, 0, 1, 5, 0)", 0.7f), 2);
     EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 2, 1, 1, 2)", 0.25f), 0.15625f);
     // Catmull-Rom with the end neighbours clamped to the end keys.
-    const auto segment = [](float p0, float p1, float p2, float p3, float u) {
-        return ((2 * p1) + (-p0 + p2) * u + (2 * p0 - 5 * p1 + 4 * p2 - p3) * u * u +
-                (-p0 + 3 * p1 - 3 * p2 + p3) * u * u * u) / 2;
-    };
-    EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 0.5f), segment(0, 0, 1, 4, 0.5f));
-    EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 1.5f), segment(0, 1, 4, 4, 0.5f));
+    const auto segment = testing::referenceCatmullRom;
+    EXPECT_NEAR(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 0.5f), segment(0, 0, 1, 4, 0.5), 1e-6);
+    EXPECT_NEAR(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 1.5f), segment(0, 1, 4, 4, 0.5), 1e-6);
     // Mixed: the segment after a held key holds, the one after a linear key is straight.
     EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 1, 1, 1, 0, 2, 3, 1)", 0.5f), 0.5f);
     EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 1, 1, 1, 0, 2, 3, 1)", 1.5f), 1);

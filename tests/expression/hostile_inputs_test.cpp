@@ -123,7 +123,6 @@ TEST(ExpressionFunctionTable, RowsAreCompleteAndReachableByName) {
         }
         const bool internal = row.name.find(' ') != std::string_view::npos;
         EXPECT_EQ(findExpressionFunction(row.name), internal ? nullptr : &row) << row.name;
-        EXPECT_EQ(row.legacyIndex, row.code < 67 ? row.code : -1);
     }
     EXPECT_EQ(findExpressionFunction("rad")->code, kFnRadians);
     EXPECT_EQ(findExpressionFunction("deg")->code, kFnDegrees);
@@ -135,18 +134,6 @@ TEST(ExpressionFunctionTable, RowsAreCompleteAndReachableByName) {
     EXPECT_EQ(findExpressionFunction("atan2")->code, 15);
     EXPECT_EQ(findExpressionFunction("pnoise")->code, 100);
     EXPECT_EQ(findExpressionFunction("linearcurve")->code, 107);
-}
-
-TEST(ExpressionFunctionTable, ResultTypesFollowTheTable) {
-    for (const ExpressionFunction& row : expressionFunctions()) {
-        if (row.name.find(' ') != std::string_view::npos || row.group == FunctionGroup::Map ||
-            row.group == FunctionGroup::Curve || row.minArgs == 0) {
-            continue;
-        }
-        std::size_t next = 8;  // "one"
-        const std::string call = std::string(row.name) + "(" + argumentsFor(row, row.minArgs, next) + ")";
-        EXPECT_EQ(testing::compileEither(call)->isVector(), row.resultWidth == 3) << call;
-    }
 }
 
 }  // namespace

@@ -5,11 +5,11 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "expression_test_util.h"
+#include "reference_formulas.h"
 
 namespace tressora {
 namespace {
@@ -114,10 +114,7 @@ TEST(ExpressionMath, ShapingCurvesFollowTheirClosedForms) {
 }
 
 TEST(ExpressionMath, SplineIsCatmullRomThroughTheInnerValues) {
-    const auto segment = [](double p0, double p1, double p2, double p3, double u) {
-        return ((2 * p1) + (-p0 + p2) * u + (2 * p0 - 5 * p1 + 4 * p2 - p3) * u * u +
-                (-p0 + 3 * p1 - 3 * p2 + p3) * u * u * u) / 2;
-    };
+    const auto segment = testing::referenceCatmullRom;
     expectNear({
         {"spline(0, 5, 1, 2, 7)", 1},
         {"spline(1, 5, 1, 2, 7)", 2},
@@ -129,33 +126,18 @@ TEST(ExpressionMath, SplineIsCatmullRomThroughTheInnerValues) {
     }, 1e-5);
 }
 
-/// The number hash spelled out from its definition, apart from the engine's code.
-std::uint64_t referenceMix64(std::uint64_t v) {
-    std::uint64_t z = v + 0x9E3779B97F4A7C15ull;
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-}
-std::uint64_t referenceCombine(std::uint64_t h, std::uint64_t x) {
-    return referenceMix64(((h << 6) + (h >> 2) + 0x9E3779B97F4A7C15ull + x) ^ h);
-}
-std::uint64_t bitsOf(float f) {
-    std::uint32_t u;
-    std::memcpy(&u, &f, sizeof u);
-    return u;
-}
-
 TEST(ExpressionMath, HashAndRandFollowTheirDefinitions) {
     std::uint64_t h = 0xEE83BFC8A6DE0083ull;
-    for (float v : {1.5f, -2.0f, 0.0f}) h = referenceCombine(h, bitsOf(v));
+    for (float v : {1.5f, -2.0f, 0.0f}) h = testing::referenceHashCombine(h, testing::bitsOf(v));
     EXPECT_EQ(eval("hash(1.5, -2, -0)"), static_cast<float>(h >> 40) * 5.9604645e-8f);
     EXPECT_EQ(eval("hash(0)"), eval("hash(-0)"));
     EXPECT_NE(eval("hash(1, 2)"), eval("hash(2, 1)"));
 
     ExpressionEnvironment env;
     env[kSlotRand] = 0.37f;
-    const float seeded =
-        static_cast<float>(referenceCombine(referenceMix64(bitsOf(0.37f)), bitsOf(5.0f)) >> 40) * 5.9604645e-8f;
+    const std::uint64_t seedHash =
+        testing::referenceHashCombine(testing::referenceMix64(testing::bitsOf(0.37f)), testing::bitsOf(5.0f));
+    const float seeded = static_cast<float>(seedHash >> 40) * 5.9604645e-8f;
     EXPECT_EQ(eval("rand()", env), 0.37f);
     EXPECT_EQ(eval("rand(5)", env), seeded);
     EXPECT_FLOAT_EQ(eval("rand(2, 4)", env), 2 + 2 * 0.37f);

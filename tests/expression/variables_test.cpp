@@ -19,7 +19,8 @@ std::string errorOf(const char* json) {
 }
 
 TEST(ExpressionVariables, NumbersAndVectorsAreReadFromAnObject) {
-    const auto vars = expressionVariablesFromJson(nlohmann::json::parse(R"({"scale": 2, "dir": [0, 1.5, 0], "$k": 3})"));
+    const auto vars =
+        expressionVariablesFromJson(nlohmann::json::parse(R"({"scale": 2, "dir": [0, 1.5, 0], "$k": 3})"));
     ASSERT_EQ(vars.size(), 3u);
     EXPECT_EQ(vars[0].name, "k");
     EXPECT_EQ(vars[1].name, "dir");
