@@ -158,10 +158,9 @@ float evalNumberFunction(std::uint8_t code, const float* a, int count, const Exp
     }
 }
 
-void evalVectorFunction(std::uint8_t code, const float* a, int count, const ExpressionEnvironment& env,
+// Every vector function has a fixed layout of arguments and reads nothing of the environment.
+void evalVectorFunction(std::uint8_t code, const float* a, int /*count*/, const ExpressionEnvironment& /*env*/,
                         float* out) {
-    (void)count;
-    (void)env;
     switch (code) {
     case kFnVnoise: perlin3(a, kVnoiseSeed, 3, out); return;
     case kFnCnoise:
