@@ -94,18 +94,8 @@ void BM_BlockCopy(benchmark::State& state) {
     finish(state, bytes);
 }
 
-void BM_SubsetEveryOther(benchmark::State& state) {
-    const std::vector<std::size_t> indices = everyOther();
-    StrandSet target;
-    for (auto _ : state) {
-        groom().subset(indices, target);
-        benchmark::DoNotOptimize(target.points().data());
-    }
-    finish(state, target.byteSize());
-}
-
-void BM_SubsetFirstHalf(benchmark::State& state) {
-    const std::vector<std::size_t> indices = firstHalf();
+void BM_Subset(benchmark::State& state, std::vector<std::size_t> (*choose)()) {
+    const std::vector<std::size_t> indices = choose();
     StrandSet target;
     for (auto _ : state) {
         groom().subset(indices, target);
@@ -169,8 +159,8 @@ void registerAll() {
     configure(benchmark::RegisterBenchmark("BlockCopy/points", BM_BlockCopy)->Arg(points));
     configure(benchmark::RegisterBenchmark("CopyThenWritePoints", BM_CopyThenWritePoints));
     configure(benchmark::RegisterBenchmark("Memcpy/half", BM_Memcpy)->Arg(half));
-    configure(benchmark::RegisterBenchmark("Subset/firstHalf", BM_SubsetFirstHalf));
-    configure(benchmark::RegisterBenchmark("Subset/everyOther", BM_SubsetEveryOther));
+    configure(benchmark::RegisterBenchmark("Subset/firstHalf", BM_Subset, &firstHalf));
+    configure(benchmark::RegisterBenchmark("Subset/everyOther", BM_Subset, &everyOther));
     configure(benchmark::RegisterBenchmark("Thinned/0.5", BM_ThinnedHalf));
     configure(benchmark::RegisterBenchmark("Memcpy/twoSets", BM_Memcpy)->Arg(2 * full));
     configure(benchmark::RegisterBenchmark("Append", BM_Append));

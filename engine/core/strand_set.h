@@ -227,6 +227,9 @@ public:
 
 private:
     void dropCaches();
+    std::span<float> writableChannel(ChannelMap& channels, std::string_view name, const char* kind);
+    static bool removeChannel(ChannelMap& channels, std::string_view name);
+    std::span<float> ensureChannel(ChannelMap& channels, std::string_view name, float defaultValue, std::size_t size);
     void storeCaches(std::shared_ptr<const Extent> overall, std::shared_ptr<const std::vector<Extent>> chunks) const;
     void copyFrom(const StrandSet& other, bool steal);
     void mergePointChannels(const StrandSet& other, std::size_t oldStrands, std::size_t oldPoints);
