@@ -154,59 +154,53 @@ std::span<float> StrandSet::mutableWidths() {
     return widths_.writable(mutex_).span();
 }
 
-std::span<float> StrandSet::mutableStrandChannel(std::string_view name) {
-    const auto it = strandChannels_.find(name);
-    if (it == strandChannels_.end()) {
-        throw std::invalid_argument("StrandSet: there is no strand channel '" + std::string(name) + "'");
+std::span<float> StrandSet::writableChannel(ChannelMap& channels, std::string_view name, const char* kind) {
+    const auto it = channels.find(name);
+    if (it == channels.end()) {
+        throw std::invalid_argument(std::string("StrandSet: there is no ") + kind + " channel '" + std::string(name) + "'");
     }
     dropCaches();
     return it->second.values_.writable(mutex_).span();
+}
+
+std::span<float> StrandSet::ensureChannel(ChannelMap& channels, std::string_view name, float defaultValue,
+                                          std::size_t size) {
+    dropCaches();
+    auto it = channels.find(name);
+    if (it == channels.end()) {
+        it = channels.emplace(std::string(name), StrandChannel{}).first;
+        it->second.values_.appendFill(size, defaultValue, mutex_);
+    }
+    it->second.default_ = defaultValue;
+    return it->second.values_.writable(mutex_).span();
+}
+
+std::span<float> StrandSet::mutableStrandChannel(std::string_view name) {
+    return writableChannel(strandChannels_, name, "strand");
 }
 
 std::span<float> StrandSet::mutablePointChannel(std::string_view name) {
-    const auto it = pointChannels_.find(name);
-    if (it == pointChannels_.end()) {
-        throw std::invalid_argument("StrandSet: there is no point channel '" + std::string(name) + "'");
-    }
-    dropCaches();
-    return it->second.values_.writable(mutex_).span();
+    return writableChannel(pointChannels_, name, "point");
 }
 
 std::span<float> StrandSet::addStrandChannel(std::string_view name, float defaultValue) {
-    dropCaches();
-    auto it = strandChannels_.find(name);
-    if (it == strandChannels_.end()) {
-        it = strandChannels_.emplace(std::string(name), StrandChannel{}).first;
-        it->second.values_.appendFill(strandCount(), defaultValue, mutex_);
-    }
-    it->second.default_ = defaultValue;
-    return it->second.values_.writable(mutex_).span();
+    return ensureChannel(strandChannels_, name, defaultValue, strandCount());
 }
 
 std::span<float> StrandSet::addPointChannel(std::string_view name, float defaultValue) {
-    dropCaches();
-    auto it = pointChannels_.find(name);
-    if (it == pointChannels_.end()) {
-        it = pointChannels_.emplace(std::string(name), StrandChannel{}).first;
-        it->second.values_.appendFill(pointCount(), defaultValue, mutex_);
-    }
-    it->second.default_ = defaultValue;
-    return it->second.values_.writable(mutex_).span();
+    return ensureChannel(pointChannels_, name, defaultValue, pointCount());
 }
 
-bool StrandSet::removeStrandChannel(std::string_view name) {
-    const auto it = strandChannels_.find(name);
-    if (it == strandChannels_.end()) return false;
-    strandChannels_.erase(it);
+bool StrandSet::removeChannel(ChannelMap& channels, std::string_view name) {
+    const auto it = channels.find(name);
+    if (it == channels.end()) return false;
+    channels.erase(it);
     return true;
 }
 
-bool StrandSet::removePointChannel(std::string_view name) {
-    const auto it = pointChannels_.find(name);
-    if (it == pointChannels_.end()) return false;
-    pointChannels_.erase(it);
-    return true;
-}
+bool StrandSet::removeStrandChannel(std::string_view name) { return removeChannel(strandChannels_, name); }
+
+bool StrandSet::removePointChannel(std::string_view name) { return removeChannel(pointChannels_, name); }
 
 void StrandSet::setInstances(std::shared_ptr<const InstanceSet> instances) { instances_ = std::move(instances); }
 

@@ -156,7 +156,7 @@ public:
     /// Appends all strands of `other` (which may be this set) with their channels: a channel
     /// on one side only is filled with its default on the other, except that a point channel
     /// missing on a side that has a strand channel of that name takes each strand's value.
-    /// Instances are appended too.
+    /// Instances are appended too. Both sets must be valid.
     void append(const StrandSet& other);
 
     /// Reserves room for this many strands and points in ids, roots, offsets, points, widths.
@@ -176,7 +176,7 @@ public:
 
     /// Replaces target's whole content by the strands at `indices`, in that order, with all
     /// channels and the instances on them. Throws std::invalid_argument when an index is out
-    /// of range or target is this set. Parallel over the chosen strands.
+    /// of range or target is this set. This set must be valid. Parallel over the chosen strands.
     void subset(std::span<const std::size_t> indices, StrandSet& target) const;
     StrandSet subset(std::span<const std::size_t> indices) const;
 
@@ -227,6 +227,9 @@ public:
 
 private:
     void dropCaches();
+    std::span<float> writableChannel(ChannelMap& channels, std::string_view name, const char* kind);
+    static bool removeChannel(ChannelMap& channels, std::string_view name);
+    std::span<float> ensureChannel(ChannelMap& channels, std::string_view name, float defaultValue, std::size_t size);
     void storeCaches(std::shared_ptr<const Extent> overall, std::shared_ptr<const std::vector<Extent>> chunks) const;
     void copyFrom(const StrandSet& other, bool steal);
     void mergePointChannels(const StrandSet& other, std::size_t oldStrands, std::size_t oldPoints);

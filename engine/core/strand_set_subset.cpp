@@ -14,20 +14,34 @@
 namespace tressora {
 namespace {
 
-// One array to copy strand by strand: source and target of the same element size.
-struct CopyPlan {
+// A per-strand array to fill: target[k] = source[indices[k]] for the chosen k.
+struct GatherPlan {
+    const void* source;
+    void* target;
+    void (*gather)(const void* source, void* target, const std::size_t* indices, std::size_t lo, std::size_t hi);
+};
+
+template <class T>
+void gatherElements(const void* source, void* target, const std::size_t* indices, std::size_t lo, std::size_t hi) {
+    const T* in = static_cast<const T*>(source);
+    T* out = static_cast<T*>(target);
+    for (std::size_t k = lo; k < hi; ++k) out[k] = in[indices[k]];
+}
+
+template <class T>
+GatherPlan gatherPlan(const T* source, T* target) {
+    return {source, target, &gatherElements<T>};
+}
+
+// A per-point array to fill by blocks of consecutive points.
+struct BlockPlan {
     const unsigned char* source;
     unsigned char* target;
     std::size_t elementBytes;
 };
 
-void copyElements(const CopyPlan& plan, std::size_t sourceFirst, std::size_t targetFirst, std::size_t count) {
-    std::memcpy(plan.target + targetFirst * plan.elementBytes, plan.source + sourceFirst * plan.elementBytes,
-                count * plan.elementBytes);
-}
-
 template <class T>
-CopyPlan plan(const T* source, T* target) {
+BlockPlan blockPlan(const T* source, T* target) {
     return {reinterpret_cast<const unsigned char*>(source), reinterpret_cast<unsigned char*>(target), sizeof(T)};
 }
 
@@ -55,40 +69,42 @@ void StrandSet::subset(std::span<const std::size_t> indices, StrandSet& target) 
     const std::size_t points = targetOffsets[chosen];
 
     // Every element of the target is written below exactly once, so the arrays are not cleared first.
-    std::vector<CopyPlan> perStrand = {
-        plan(ids_.data(), target.ids_.overwrite(chosen, target.mutex_).data()),
-        plan(roots_.data(), target.roots_.overwrite(chosen, target.mutex_).data()),
+    std::vector<GatherPlan> perStrand = {
+        gatherPlan(ids_.data(), target.ids_.overwrite(chosen, target.mutex_).data()),
+        gatherPlan(roots_.data(), target.roots_.overwrite(chosen, target.mutex_).data()),
     };
-    std::vector<CopyPlan> perPoint = {
-        plan(points_.data(), target.points_.overwrite(points, target.mutex_).data()),
-        plan(widths_.data(), target.widths_.overwrite(points, target.mutex_).data()),
+    std::vector<BlockPlan> perPoint = {
+        blockPlan(points_.data(), target.points_.overwrite(points, target.mutex_).data()),
+        blockPlan(widths_.data(), target.widths_.overwrite(points, target.mutex_).data()),
     };
-    const auto copyChannels = [&](const ChannelMap& source, std::size_t size, std::vector<CopyPlan>& plans) {
-        ChannelMap copied;
-        for (const auto& [name, channel] : source) {
-            StrandChannel& c = copied[name];
-            c.default_ = channel.default_;
-            plans.push_back(plan(channel.values_.data(), c.values_.overwrite(size, target.mutex_).data()));
-        }
-        return copied;
-    };
-    ChannelMap strandChannels = copyChannels(strandChannels_, chosen, perStrand);
-    ChannelMap pointChannels = copyChannels(pointChannels_, points, perPoint);
+    ChannelMap strandChannels, pointChannels;
+    for (const auto& [name, channel] : strandChannels_) {
+        StrandChannel& c = strandChannels[name];
+        c.default_ = channel.default_;
+        perStrand.push_back(gatherPlan(channel.values_.data(), c.values_.overwrite(chosen, target.mutex_).data()));
+    }
+    for (const auto& [name, channel] : pointChannels_) {
+        StrandChannel& c = pointChannels[name];
+        c.default_ = channel.default_;
+        perPoint.push_back(blockPlan(channel.values_.data(), c.values_.overwrite(points, target.mutex_).data()));
+    }
 
+    const std::size_t* chosenIndices = indices.data();
     parallelRange(0, chosen, 256, [&](std::size_t lo, std::size_t hi) {
+        for (const GatherPlan& p : perStrand) p.gather(p.source, p.target, chosenIndices, lo, hi);
         std::size_t k = lo;
         while (k < hi) {
-            // A run of consecutive source strands is copied as one block.
+            // The points of a run of consecutive source strands are copied as one block.
             const std::size_t first = k;
-            const std::size_t source = indices[k];
             while (k + 1 < hi && indices[k + 1] == indices[k] + 1) ++k;
             ++k;
-            const std::size_t count = k - first;
-            for (const CopyPlan& p : perStrand) copyElements(p, source, first, count);
-            const std::size_t pointFirst = offsets[source];
-            const std::size_t pointCount = offsets[source + count] - pointFirst;
+            const std::size_t pointFirst = offsets[indices[first]];
+            const std::size_t pointCount = offsets[indices[k - 1] + 1] - pointFirst;
             if (pointCount == 0) continue;
-            for (const CopyPlan& p : perPoint) copyElements(p, pointFirst, targetOffsets[first], pointCount);
+            for (const BlockPlan& p : perPoint) {
+                std::memcpy(p.target + targetOffsets[first] * p.elementBytes, p.source + pointFirst * p.elementBytes,
+                            pointCount * p.elementBytes);
+            }
         }
     });
 
@@ -111,12 +127,13 @@ void StrandSet::thinned(float fraction, StrandSet& target) const {
     parallelRange(0, strands, 256, [&](std::size_t lo, std::size_t hi) {
         for (std::size_t i = lo; i < hi; ++i) keep[i] = fraction > unit(ids[i]) ? 1 : 0;
     });
-    std::vector<std::size_t> kept;
-    kept.reserve(strands);
+    std::vector<std::size_t> kept(strands);
+    std::size_t count = 0;
     for (std::size_t i = 0; i < strands; ++i) {
-        if (keep[i]) kept.push_back(i);
+        kept[count] = i;  // written always, counted only when kept: no unpredictable branch
+        count += keep[i];
     }
-    subset(kept, target);
+    subset(std::span<const std::size_t>(kept.data(), count), target);
 }
 
 StrandSet StrandSet::thinned(float fraction) const {

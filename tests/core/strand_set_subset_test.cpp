@@ -48,7 +48,7 @@ TEST(StrandSetSubset, CopiesChosenStrandsInTheGivenOrderWithChannels) {
     EXPECT_EQ(picked.pointChannel("curl")->defaultValue(), 0.5f);
 }
 
-TEST(StrandSetSubset, ReplacesTheTargetsWholeContent) {
+TEST(StrandSetSubset, ReplacesTheTargetsWholeContentAndRejectsBadIndices) {
     const StrandSet source = randomSet(50, 31);
     StrandSet target = randomSet(80, 32);
     target.addStrandChannel("stale", 1.0f);
@@ -59,65 +59,35 @@ TEST(StrandSetSubset, ReplacesTheTargetsWholeContent) {
     EXPECT_EQ(target.strandChannel("stale"), nullptr);
     EXPECT_EQ(target.fingerprint(), rebuilt(source, indices).fingerprint());
     EXPECT_EQ(targetCopy.strandCount(), 80u);  // the set sharing the target's old arrays kept them
-    EXPECT_TRUE(targetCopy.validate());
-}
+    EXPECT_TRUE(source.subset(std::vector<std::size_t>{}).validate());
 
-TEST(StrandSetSubset, EmptyChoiceGivesAValidEmptySetWithTheChannels) {
-    const StrandSet picked = randomSet(50, 33).subset(std::vector<std::size_t>{});
-    EXPECT_TRUE(picked.validate());
-    EXPECT_EQ(picked.strandCount(), 0u);
-    EXPECT_NE(picked.pointChannel("curl"), nullptr);
-}
-
-TEST(StrandSetSubset, RejectsOutOfRangeIndicesAndItselfAsTarget) {
-    StrandSet source = randomSet(10, 34);
-    StrandSet target;
-    const std::vector<std::size_t> bad = {2, 10};
+    const std::vector<std::size_t> bad = {2, 50};
     try {
         source.subset(bad, target);
         FAIL() << "expected invalid_argument";
     } catch (const std::invalid_argument& e) {
-        EXPECT_STREQ(e.what(), "StrandSet::subset: strand index 10 is out of range for a set of 10 strands");
+        EXPECT_STREQ(e.what(), "StrandSet::subset: strand index 50 is out of range for a set of 50 strands");
     }
-    EXPECT_THROW(source.subset(std::vector<std::size_t>{1}, source), std::invalid_argument);
-    EXPECT_EQ(source.strandCount(), 10u);
+    EXPECT_THROW(target.subset(std::vector<std::size_t>{1}, target), std::invalid_argument);
+    EXPECT_EQ(target.strandCount(), 3u);
 }
 
-TEST(StrandSetThinned, NothingAtZeroEverythingAtOne) {
-    const StrandSet source = randomSet(3000, 35);
-    EXPECT_EQ(source.thinned(0.0f).strandCount(), 0u);
-    EXPECT_TRUE(source.thinned(0.0f).validate());
-    EXPECT_EQ(source.thinned(1.0f).fingerprint(), source.fingerprint());
-}
-
-TEST(StrandSetThinned, KeepsAStrandAtEveryFractionAboveOneThatKeptIt) {
+TEST(StrandSetThinned, KeepsByIdAloneAndMoreAtEveryHigherFraction) {
     const StrandSet source = randomSet(5000, 36);
+    EXPECT_EQ(source.thinned(0.0f).strandCount(), 0u);
+    EXPECT_EQ(source.thinned(1.0f).fingerprint(), source.fingerprint());
     std::vector<std::uint64_t> previous;
     for (float fraction : {0.05f, 0.1f, 0.3f, 0.5f, 0.51f, 0.9f, 0.99f}) {
         const StrandSet kept = source.thinned(fraction);
         ASSERT_TRUE(kept.validate());
         const std::vector<std::uint64_t> ids(kept.ids().begin(), kept.ids().end());
-        // Ascending source order, decided by the id alone.
-        EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+        EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));  // source order; ids ascend in this source
+        EXPECT_EQ(ids.size(), static_cast<std::size_t>(std::count_if(source.ids().begin(), source.ids().end(),
+                                                                      [&](std::uint64_t id) { return unit(id) < fraction; })));
         for (std::uint64_t id : ids) ASSERT_LT(unit(id), fraction);
         EXPECT_TRUE(std::includes(ids.begin(), ids.end(), previous.begin(), previous.end())) << fraction;
-        EXPECT_NEAR(static_cast<double>(ids.size()) / 5000.0, fraction, 0.03);
         previous = ids;
     }
-}
-
-TEST(StrandSetThinned, DependsOnIdsNotPositions) {
-    const StrandSet source = randomSet(1000, 37);
-    const StrandSet reordered = source.subset([&] {
-        std::vector<std::size_t> reversed = allIndices(1000);
-        std::reverse(reversed.begin(), reversed.end());
-        return reversed;
-    }());
-    const StrandSet fromSource = source.thinned(0.4f), fromReordered = reordered.thinned(0.4f);
-    std::vector<std::uint64_t> a(fromSource.ids().begin(), fromSource.ids().end());
-    std::vector<std::uint64_t> b(fromReordered.ids().begin(), fromReordered.ids().end());
-    std::sort(b.begin(), b.end());
-    EXPECT_EQ(a, b);
 }
 
 TEST(StrandSetThreads, ResultsDoNotDependOnTheThreadCount) {
