@@ -71,6 +71,8 @@ const PropertyReader* PropertyReader::find(std::string_view name) const {
     return nullptr;
 }
 
+const std::string& PropertyReader::fileName() const { return archive_->file->name(); }
+
 const TimeSampling& PropertyReader::timeSampling() const {
     return archive_->samplings.at(header_.timeSampling).sampling;
 }
@@ -158,20 +160,17 @@ SampleView PropertyReader::sample(std::uint32_t index) const {
 
 SampleView PropertyReader::typedSample(std::uint32_t index, Pod expected) const {
     if (!isCompound() && header_.type.pod != expected)
-        throw AlembicError("'" + archive_->file->name() + "': '" + path_ + "' holds " +
+        throw AlembicError("'" + fileName() + "': '" + path_ + "' holds " +
                            std::string(podName(header_.type.pod)) + " values where " +
                            std::string(podName(expected)) + " values were expected");
     return sample(index);
 }
 
-std::vector<double> PropertyReader::numbers(std::uint32_t index) const {
-    const SampleView view = sample(index);
-    const Pod pod = header_.type.pod;
-    if (isStringPod(pod))
-        throw AlembicError("'" + archive_->file->name() + "': '" + path_ + "' holds strings, not numbers");
+std::vector<double> decodeNumbers(Pod pod, std::span<const std::byte> bytes) {
     const std::size_t size = podSize(pod);
-    std::vector<double> out(view.payload.size() / size);
-    const std::byte* p = view.payload.data();
+    if (size == 0) return {};
+    std::vector<double> out(bytes.size() / size);
+    const std::byte* p = bytes.data();
     for (std::size_t i = 0; i < out.size(); ++i, p += size) {
         switch (pod) {
             case Pod::Bool: out[i] = *p != std::byte{0} ? 1.0 : 0.0; break;
@@ -197,11 +196,18 @@ std::vector<double> PropertyReader::numbers(std::uint32_t index) const {
     return out;
 }
 
+std::vector<double> PropertyReader::numbers(std::uint32_t index) const {
+    const SampleView view = sample(index);
+    if (isStringPod(header_.type.pod))
+        throw AlembicError("'" + fileName() + "': '" + path_ + "' holds strings, not numbers");
+    return decodeNumbers(header_.type.pod, view.payload);
+}
+
 std::vector<std::string> PropertyReader::strings(std::uint32_t index) const {
     const SampleView view = sample(index);
     const Pod pod = header_.type.pod;
     if (!isStringPod(pod))
-        throw AlembicError("'" + archive_->file->name() + "': '" + path_ + "' holds " +
+        throw AlembicError("'" + fileName() + "': '" + path_ + "' holds " +
                            std::string(podName(pod)) + " values, not strings");
     std::vector<std::string> out;
     std::string current;

@@ -55,6 +55,8 @@ public:
     const MetaData& metadata() const { return header_.metadata; }
     /// "/object/.geom/P".
     const std::string& path() const { return path_; }
+    /// The archive's file name, for messages.
+    const std::string& fileName() const;
 
     // ---- compounds
     const std::vector<PropertyReader>& children() const { return children_; }
@@ -149,6 +151,9 @@ public:
 private:
     std::unique_ptr<ArchiveData> data_;
 };
+
+/// Numeric values stored as `pod` (little-endian, packed), converted to double.
+std::vector<double> decodeNumbers(Pod pod, std::span<const std::byte> bytes);
 
 // ---- template definitions
 
