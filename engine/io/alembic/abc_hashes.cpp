@@ -190,6 +190,26 @@ Digest spooky(std::span<const std::byte> bytes) {
     return Digest{{h[0], h[1]}};
 }
 
+std::vector<std::byte> propertyHashPrefix(const std::string& name, const std::string& metadata, PropertyKind kind,
+                                          DataType type, const TimeSampling& sampling) {
+    std::vector<std::byte> out;
+    const auto append = [&out](const void* data, std::size_t size) {
+        const auto* p = static_cast<const std::byte*>(data);
+        out.insert(out.end(), p, p + size);
+    };
+    append(name.data(), name.size());
+    append(metadata.data(), metadata.size());
+    if (kind == PropertyKind::Compound) return out;
+    out.push_back(static_cast<std::byte>(type.pod));
+    out.push_back(static_cast<std::byte>(type.extent));
+    if (kind == PropertyKind::Scalar) out.push_back(std::byte{0});
+    append(&sampling.timePerCycle, 8);
+    const auto count = static_cast<std::uint32_t>(sampling.storedTimes.size());
+    append(&count, 4);
+    append(sampling.storedTimes.data(), sampling.storedTimes.size() * 8);
+    return out;
+}
+
 Digest spookyFold(const Digest& acc, const Digest& next) {
     std::uint64_t h0 = acc.words[0], h1 = acc.words[1], h2 = next.words[0], h3 = next.words[1];
     spookyShortEnd(h0, h1, h2, h3);

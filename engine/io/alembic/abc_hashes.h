@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
+#include <vector>
 
 #include "io/alembic/abc_types.h"
 
@@ -22,5 +24,11 @@ Digest spooky(std::span<const std::byte> bytes);
 /// SpookyHash's four-word final mix, which the format uses to fold one digest into another:
 /// returns the first two words of ShortEnd(acc0, acc1, next0, next1).
 Digest spookyFold(const Digest& acc, const Digest& next);
+
+/// The bytes a property's hash starts with: its name and serialized metadata, then, for
+/// scalars and arrays, its type code, extent, one 0 byte for scalars, and its time sampling
+/// (time per cycle, number of stored times, the times). `sampling` is unused for compounds.
+std::vector<std::byte> propertyHashPrefix(const std::string& name, const std::string& metadata, PropertyKind kind,
+                                          DataType type, const TimeSampling& sampling);
 
 }  // namespace tressora::abc

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "io/alembic/abc_hashes.h"
+
 namespace tressora::abc {
 
 namespace {
@@ -107,18 +109,8 @@ void WriterCore::encodePropertyRecord(const PropertyRecord& record, std::vector<
 }
 
 std::vector<std::byte> WriterCore::headerHashBytes(const PropertyRecord& record) const {
-    std::vector<std::byte> out;
-    appendText(out, record.name);
-    appendText(out, record.metadata.serialize());
-    if (record.kind == PropertyKind::Compound) return out;
-    out.push_back(static_cast<std::byte>(record.type.pod));
-    out.push_back(static_cast<std::byte>(record.type.extent));
-    if (record.kind == PropertyKind::Scalar) out.push_back(std::byte{0});
-    const TimeSampling& ts = samplings.at(record.timeSampling).sampling;
-    appendValue(out, ts.timePerCycle);
-    appendValue(out, static_cast<std::uint32_t>(ts.storedTimes.size()));
-    for (double t : ts.storedTimes) appendValue(out, t);
-    return out;
+    return propertyHashPrefix(record.name, record.metadata.serialize(), record.kind, record.type,
+                              samplings.at(record.timeSampling).sampling);
 }
 
 void WriterCore::encodeObjectRecord(const std::string& name, const MetaData& metadata, std::vector<std::byte>& out) {
