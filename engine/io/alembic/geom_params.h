@@ -43,6 +43,12 @@ MetaData geomParamMetaData(const GeomParamType& type, GeometryScope scope, const
 /// Typed values for a geometry param of a schema sample; `indices` only for indexed params.
 template <class T>
 struct GeomValues {
+    GeomValues() = default;
+    GeomValues(std::span<const T> values_, GeometryScope scope_) : values(values_), scope(scope_) {}
+    /// Indexed: distinct values, and one index into them per element.
+    GeomValues(std::span<const T> values_, std::span<const std::uint32_t> indices_, GeometryScope scope_)
+        : values(values_), scope(scope_), indexed(true), indices(indices_) {}
+
     std::span<const T> values;
     GeometryScope scope = GeometryScope::Vertex;
     bool indexed = false;

@@ -35,6 +35,7 @@ public:
     explicit XformReader(const ObjectReader& object);
     std::uint32_t numSamples() const { return numSamples_; }
     const TimeSampling& timeSampling() const;
+    std::uint32_t timeSamplingIndex() const { return timed_ ? timed_->header().timeSampling : 0; }
     /// Sample `index` (below numSamples(), or 0 for a transform without samples).
     XformData read(std::uint32_t index) const;
 
