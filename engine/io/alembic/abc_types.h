@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <string>
 #include <string_view>
@@ -89,7 +90,7 @@ struct TimeSampling {
     double timePerCycle = 1.0;
     std::vector<double> storedTimes{0.0};
 
-    static constexpr double kAcyclicTimePerCycle = 5.617791046444737e+306;  // DBL_MAX / 32
+    static constexpr double kAcyclicTimePerCycle = std::numeric_limits<double>::max() / 32.0;
 
     /// The default sampling every archive holds at index 0: start 0, one second per sample.
     static TimeSampling identity() { return {}; }
