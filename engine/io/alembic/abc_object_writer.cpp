@@ -32,7 +32,6 @@ std::string nowText() {
 
 ObjectWriter::ObjectWriter(const Init& init, MetaData metadata)
     : core_(init.core),
-      parent_(init.parent),
       name_(init.name),
       fullName_(init.fullName),
       metadata_(std::move(metadata)),
@@ -51,7 +50,7 @@ ObjectWriter::Init ObjectWriter::childInit(std::string name) {
         if (child->name_ == name)
             throw std::invalid_argument("'" + fullName_ + "' already has a child named '" + name + "'");
     std::string fullName = (fullName_ == "/" ? std::string() : fullName_) + "/" + name;
-    return Init(core_, this, std::move(name), std::move(fullName));
+    return Init(core_, std::move(name), std::move(fullName));
 }
 
 void ObjectWriter::close() {
@@ -111,7 +110,7 @@ ArchiveWriter::ArchiveWriter(std::string targetPath, ArchiveInfo info)
     core_->file.appendData(std::as_bytes(std::span(&layoutVersion, 1)));
     core_->file.appendData(std::as_bytes(std::span(&libraryVersion, 1)));
 
-    const ObjectWriter::Init init(core_.get(), nullptr, std::string("ABC"), std::string("/"));
+    const ObjectWriter::Init init(core_.get(), std::string("ABC"), std::string("/"));
     top_ = std::make_unique<ObjectWriter>(init, metadata_);
 }
 

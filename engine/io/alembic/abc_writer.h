@@ -167,10 +167,9 @@ class ObjectWriter {
 public:
     /// Made only by addChild (and by the archive for its top object).
     class Init {
-        Init(WriterCore* core_, ObjectWriter* parent_, std::string name_, std::string fullName_)
-            : core(core_), parent(parent_), name(std::move(name_)), fullName(std::move(fullName_)) {}
+        Init(WriterCore* core_, std::string name_, std::string fullName_)
+            : core(core_), name(std::move(name_)), fullName(std::move(fullName_)) {}
         WriterCore* core = nullptr;
-        ObjectWriter* parent = nullptr;
         std::string name;
         std::string fullName;
         friend class ObjectWriter;
@@ -218,7 +217,6 @@ private:
     std::uint64_t writeBody();
 
     WriterCore* core_;
-    ObjectWriter* parent_;
     std::string name_;
     std::string fullName_;
     MetaData metadata_;

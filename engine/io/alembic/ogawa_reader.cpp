@@ -109,7 +109,7 @@ std::vector<OgawaEntry> OgawaFile::group(std::uint64_t offset) const {
         damaged("the group at offset " + offsetText(offset) + " lists " + std::to_string(count) +
                 " children, more than the rest of the file can hold");
     std::vector<OgawaEntry> children(count);
-    std::memcpy(children.data(), bytes_.data() + offset + 8, count * 8);
+    if (count != 0) std::memcpy(children.data(), bytes_.data() + offset + 8, count * 8);
     for (const OgawaEntry& child : children) {
         if (child.isEmpty()) continue;
         if (child.offset() < kHeaderSize || child.offset() >= bytes_.size())
