@@ -96,13 +96,6 @@ private:
     CompoundWriter* compound_ = nullptr;
 };
 
-/// Writes one schema sample's optional param: creates it on first use (with empty samples for
-/// the frames before), writes the values given, or repeats the previous sample when none are.
-template <class T>
-void writeOptionalParam(CompoundWriter& parent, std::unique_ptr<GeomParamWriter>& param, const char* name,
-                        const GeomParamType& type, const std::optional<GeomValues<T>>& values,
-                        std::uint32_t earlierSamples, std::uint32_t timeSampling, const MetaData& extra = {});
-
 /// A geometry param's sample as read: values as stored, with the indices of an indexed param.
 struct GeomParamSample {
     std::string name;
@@ -162,28 +155,6 @@ private:
 };
 
 // ---- template definitions
-
-template <class T>
-void writeOptionalParam(CompoundWriter& parent, std::unique_ptr<GeomParamWriter>& param, const char* name,
-                        const GeomParamType& type, const std::optional<GeomValues<T>>& values,
-                        std::uint32_t earlierSamples, std::uint32_t timeSampling, const MetaData& extra) {
-    if (values && !param) {
-        param = std::make_unique<GeomParamWriter>(parent, name, type, values->scope, values->indexed, timeSampling,
-                                                  extra);
-        for (std::uint32_t i = 0; i < earlierSamples; ++i) param->writeEmpty();
-    }
-    if (!param) return;
-    if (!values) {
-        param->writeRepeat();
-        return;
-    }
-    const auto bytes = std::as_bytes(values->values);
-    const std::uint64_t count = bytes.size() / (podSize(type.type.pod) * type.type.extent);
-    if (param->indexed())
-        param->writeIndexed(bytes, count, values->indices);
-    else
-        param->write(bytes, count);
-}
 
 template <class T>
 std::vector<T> GeomParamSample::as() const {

@@ -158,6 +158,8 @@ GeomReader::GeomReader(const ObjectReader& object, const char* what, bool schema
     positions_ = child("P", PropertyKind::Array, {Pod::Float32, 3}, true);
     selfBounds_ = child(".selfBnds", PropertyKind::Scalar, {Pod::Float64, 6}, false);
     velocities_ = child(".velocities", PropertyKind::Array, {Pod::Float32, 3}, false);
+    uvs_ = GeomParamReader::find(geom_, "uv");
+    normals_ = GeomParamReader::find(geom_, "N");
     arbGeomParams_ = GeomParamReader::all(geom_->find(".arbGeomParams"));
 }
 
@@ -177,18 +179,6 @@ const GeomParamReader* GeomReader::arbGeomParam(std::string_view name) const {
     for (const GeomParamReader& p : arbGeomParams_)
         if (p.name() == name) return &p;
     return nullptr;
-}
-
-void GeomReader::checkIndex(std::uint32_t index) const {
-    if (index >= numSamples())
-        throw std::out_of_range("'" + object_->fullName() + "' has " + std::to_string(numSamples()) +
-                                " samples; there is no sample " + std::to_string(index));
-}
-
-std::optional<Box3d> GeomReader::bounds(std::uint32_t index) const {
-    if (!hasSamples(selfBounds_)) return std::nullopt;
-    const std::vector<double> six = selfBounds_->values<double>(clampIndex(*selfBounds_, index));
-    return Box3d::fromValues(six);
 }
 
 namespace {
@@ -211,6 +201,19 @@ std::vector<Vec3f> readVectors(const PropertyReader* p, std::uint32_t index) {
 
 }  // namespace
 
+void GeomReader::readCommon(std::uint32_t index, GeomData& data) const {
+    if (index >= numSamples())
+        throw std::out_of_range("'" + object_->fullName() + "' has " + std::to_string(numSamples()) +
+                                " samples; there is no sample " + std::to_string(index));
+    data.time = positions_->sampleTime(index);
+    data.positions = positions_->elements<Vec3f>(index, Pod::Float32);
+    if (hasSamples(selfBounds_))
+        data.selfBounds = Box3d::fromValues(selfBounds_->values<double>(clampIndex(*selfBounds_, index)));
+    data.velocities = readVectors(velocities_, index);
+    data.uvs = readParam(uvs_, index);
+    data.normals = readParam(normals_, index);
+}
+
 // ---- CurvesReader ----------------------------------------------------------------------------
 
 CurvesReader::CurvesReader(const ObjectReader& object) : GeomReader(object, "curves", isCurves(object)) {
@@ -220,15 +223,11 @@ CurvesReader::CurvesReader(const ObjectReader& object) : GeomReader(object, "cur
     orders_ = child(".orders", PropertyKind::Array, {Pod::Uint8, 1}, false);
     weights_ = child("w", PropertyKind::Array, {Pod::Float32, 1}, false);
     widths_ = GeomParamReader::find(geom_, "width");
-    uvs_ = GeomParamReader::find(geom_, "uv");
-    normals_ = GeomParamReader::find(geom_, "N");
 }
 
 CurvesData CurvesReader::read(std::uint32_t index) const {
-    checkIndex(index);
     CurvesData data;
-    data.time = positions_->sampleTime(index);
-    data.positions = positions_->elements<Vec3f>(index, Pod::Float32);
+    readCommon(index, data);
     data.vertexCounts = readOptional<std::int32_t>(vertexCounts_, index);
     if (hasSamples(basisAndType_)) {
         const std::vector<std::uint8_t> bt = basisAndType_->values<std::uint8_t>(clampIndex(*basisAndType_, index));
@@ -236,11 +235,7 @@ CurvesData CurvesReader::read(std::uint32_t index) const {
         data.wrap = static_cast<CurveWrap>(bt[1]);
         data.basis = static_cast<CurveBasis>(bt[2]);
     }
-    data.selfBounds = bounds(index);
-    data.velocities = readVectors(velocities_, index);
     data.widths = readParam(widths_, index);
-    data.uvs = readParam(uvs_, index);
-    data.normals = readParam(normals_, index);
     data.knots = readOptional<float>(knots_, index);
     data.orders = readOptional<std::uint8_t>(orders_, index);
     data.weights = readOptional<float>(weights_, index);
@@ -253,21 +248,13 @@ PolyMeshReader::PolyMeshReader(const ObjectReader& object)
     : GeomReader(object, "a polygon mesh", isPolyMesh(object)) {
     faceIndices_ = child(".faceIndices", PropertyKind::Array, {Pod::Int32, 1}, true);
     faceCounts_ = child(".faceCounts", PropertyKind::Array, {Pod::Int32, 1}, true);
-    uvs_ = GeomParamReader::find(geom_, "uv");
-    normals_ = GeomParamReader::find(geom_, "N");
 }
 
 PolyMeshData PolyMeshReader::read(std::uint32_t index) const {
-    checkIndex(index);
     PolyMeshData data;
-    data.time = positions_->sampleTime(index);
-    data.positions = positions_->elements<Vec3f>(index, Pod::Float32);
+    readCommon(index, data);
     data.faceIndices = readOptional<std::int32_t>(faceIndices_, index);
     data.faceCounts = readOptional<std::int32_t>(faceCounts_, index);
-    data.selfBounds = bounds(index);
-    data.velocities = readVectors(velocities_, index);
-    data.uvs = readParam(uvs_, index);
-    data.normals = readParam(normals_, index);
     return data;
 }
 

@@ -48,19 +48,23 @@ private:
     std::uint32_t numSamples_ = 0;
 };
 
-/// A curves sample as stored.
-struct CurvesData {
+/// What a curves or mesh sample holds in common.
+struct GeomData {
     double time = 0.0;
     std::vector<Vec3f> positions;
+    std::optional<Box3d> selfBounds;
+    std::vector<Vec3f> velocities;
+    std::optional<GeomParamSample> uvs;
+    std::optional<GeomParamSample> normals;
+};
+
+/// A curves sample as stored.
+struct CurvesData : GeomData {
     std::vector<std::int32_t> vertexCounts;
     CurveType type = CurveType::Cubic;
     CurveWrap wrap = CurveWrap::NonPeriodic;
     CurveBasis basis = CurveBasis::Bezier;
-    std::optional<Box3d> selfBounds;
-    std::vector<Vec3f> velocities;
     std::optional<GeomParamSample> widths;
-    std::optional<GeomParamSample> uvs;
-    std::optional<GeomParamSample> normals;
     std::vector<float> knots;
     std::vector<std::uint8_t> orders;
     std::vector<float> weights;
@@ -85,14 +89,17 @@ protected:
     GeomReader(const ObjectReader& object, const char* what, bool schemaFits);
     /// The named child of the schema compound, checked to be an array or scalar of `type`.
     const PropertyReader* child(const char* name, PropertyKind kind, DataType type, bool required) const;
-    void checkIndex(std::uint32_t index) const;
-    std::optional<Box3d> bounds(std::uint32_t index) const;
+    /// Checks the index and reads the time, positions, bounds, velocities, uvs and normals.
+    void readCommon(std::uint32_t index, GeomData& data) const;
 
     const ObjectReader* object_;
     const PropertyReader* geom_ = nullptr;
+
+private:
     const PropertyReader* positions_ = nullptr;
     const PropertyReader* selfBounds_ = nullptr;
     const PropertyReader* velocities_ = nullptr;
+    std::optional<GeomParamReader> uvs_, normals_;
     std::vector<GeomParamReader> arbGeomParams_;
 };
 
@@ -109,19 +116,13 @@ private:
     const PropertyReader* knots_ = nullptr;
     const PropertyReader* orders_ = nullptr;
     const PropertyReader* weights_ = nullptr;
-    std::optional<GeomParamReader> widths_, uvs_, normals_;
+    std::optional<GeomParamReader> widths_;
 };
 
 /// A polygon mesh sample as stored (faces clockwise).
-struct PolyMeshData {
-    double time = 0.0;
-    std::vector<Vec3f> positions;
+struct PolyMeshData : GeomData {
     std::vector<std::int32_t> faceIndices;
     std::vector<std::int32_t> faceCounts;
-    std::optional<Box3d> selfBounds;
-    std::vector<Vec3f> velocities;
-    std::optional<GeomParamSample> uvs;
-    std::optional<GeomParamSample> normals;
 };
 
 class PolyMeshReader final : public GeomReader {
@@ -134,7 +135,6 @@ public:
 private:
     const PropertyReader* faceIndices_ = nullptr;
     const PropertyReader* faceCounts_ = nullptr;
-    std::optional<GeomParamReader> uvs_, normals_;
 };
 
 }  // namespace tressora::abc

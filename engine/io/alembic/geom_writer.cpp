@@ -45,25 +45,32 @@ std::uint64_t sumCounts(std::span<const std::int32_t> counts, const std::string&
     return sum;
 }
 
+// Writes one schema sample's optional param: creates it on first use (with empty samples for
+// the frames before), writes the values given, or repeats the previous sample when none are.
+template <class T>
+void writeOptionalParam(CompoundWriter& parent, std::unique_ptr<GeomParamWriter>& param, const char* name,
+                        const GeomParamType& type, const std::optional<GeomValues<T>>& values,
+                        std::uint32_t earlierSamples, std::uint32_t timeSampling, const MetaData& extra = {}) {
+    if (values && !param) {
+        param = std::make_unique<GeomParamWriter>(parent, name, type, values->scope, values->indexed, timeSampling,
+                                                  extra);
+        for (std::uint32_t i = 0; i < earlierSamples; ++i) param->writeEmpty();
+    }
+    if (!param) return;
+    if (!values) {
+        param->writeRepeat();
+        return;
+    }
+    const auto bytes = std::as_bytes(values->values);
+    const std::uint64_t count = bytes.size() / (podSize(type.type.pod) * type.type.extent);
+    if (param->indexed())
+        param->writeIndexed(bytes, count, values->indices);
+    else
+        param->write(bytes, count);
+}
+
 void writeVectors(ArrayWriter& array, std::span<const Vec3f> values) {
     array.write(std::as_bytes(values), values.size());
-}
-
-ArrayWriter* velocitiesFor(CompoundWriter& geom, ArrayWriter* existing, bool given, std::uint32_t earlier,
-                           std::uint32_t timeSampling) {
-    if (existing || !given) return existing;
-    ArrayWriter& v = geom.addArray(".velocities", {Pod::Float32, 3}, metaDataWith("interpretation", "vector"),
-                                   timeSampling);
-    for (std::uint32_t i = 0; i < earlier; ++i) v.write({}, 0);
-    return &v;
-}
-
-void writeVelocities(ArrayWriter* array, const std::optional<std::span<const Vec3f>>& values) {
-    if (!array) return;
-    if (values)
-        writeVectors(*array, *values);
-    else
-        array->writeRepeat();
 }
 
 }  // namespace
@@ -74,6 +81,9 @@ GeomWriter::GeomWriter(const Init& init, std::string_view schema, std::uint32_t 
     : ObjectWriter(init, schemaObjectMetaData(schema, schemas::kGeomBase, ".geom")), timeSampling_(timeSampling) {
     geom_ = &properties().addCompound(".geom", schemaCompoundMetaData(schema, schemas::kGeomBase));
     selfBounds_ = &geom_->addScalar(".selfBnds", {Pod::Float64, 6}, metaDataWith("interpretation", "box"), timeSampling);
+    MetaData pointMd = metaDataWith("geoScope", "vtx");
+    pointMd.set("interpretation", "point");
+    positions_ = &geom_->addArray("P", {Pod::Float32, 3}, pointMd, timeSampling);
 }
 
 CompoundWriter& GeomWriter::arbGeomParams() {
@@ -100,6 +110,25 @@ void GeomWriter::writeBounds(const std::optional<Box3d>& given, std::span<const 
     selfBounds_->writeValues(std::span<const double>(values));
 }
 
+void GeomWriter::writeVelocities(const std::optional<std::span<const Vec3f>>& velocities) {
+    if (velocities && !velocities_) {
+        velocities_ = &geom_->addArray(".velocities", {Pod::Float32, 3}, metaDataWith("interpretation", "vector"),
+                                       timeSampling_);
+        for (std::uint32_t i = 0; i < numSamples_; ++i) velocities_->write({}, 0);
+    }
+    if (!velocities_) return;
+    if (velocities)
+        writeVectors(*velocities_, *velocities);
+    else
+        velocities_->writeRepeat();
+}
+
+void GeomWriter::writeUvsAndNormals(const std::optional<GeomValues<Vec2f>>& uvs,
+                                    const std::optional<GeomValues<Vec3f>>& normals, const MetaData& uvExtra) {
+    writeOptionalParam(*geom_, uvs_, "uv", GeomParamType::vec2(), uvs, numSamples_, timeSampling_, uvExtra);
+    writeOptionalParam(*geom_, normals_, "N", GeomParamType::normal3(), normals, numSamples_, timeSampling_);
+}
+
 void GeomWriter::closeSchema() {
     for (auto it = userParams_.rbegin(); it != userParams_.rend(); ++it) (*it)->close();
     closeOwnProperties();
@@ -113,9 +142,6 @@ void GeomWriter::closeSchema() {
 
 CurvesWriter::CurvesWriter(const Init& init, std::uint32_t timeSampling)
     : GeomWriter(init, schemas::kCurves, timeSampling) {
-    MetaData pointMd = metaDataWith("geoScope", "vtx");
-    pointMd.set("interpretation", "point");
-    positions_ = &geom_->addArray("P", {Pod::Float32, 3}, pointMd, timeSampling);
     vertexCounts_ = &geom_->addArray("nVertices", {Pod::Int32, 1}, {}, timeSampling);
     basisAndType_ = &geom_->addScalar("curveBasisAndType", {Pod::Uint8, 4}, {}, timeSampling);
 }
@@ -139,12 +165,10 @@ void CurvesWriter::write(const CurvesSample& sample) {
     writeVectors(*positions_, sample.positions);
     vertexCounts_->writeValues(sample.vertexCounts);
     basisAndType_->writeValues(std::span<const std::uint8_t>(basisAndType));
-    velocities_ = velocitiesFor(*geom_, velocities_, sample.velocities.has_value(), numSamples_, timeSampling_);
-    writeVelocities(velocities_, sample.velocities);
+    writeVelocities(sample.velocities);
     // The first sample stores its bounds before the params, later ones after them.
     if (numSamples_ == 0) writeBounds(sample.selfBounds, sample.positions);
-    writeOptionalParam(*geom_, uvs_, "uv", GeomParamType::vec2(), sample.uvs, numSamples_, timeSampling_);
-    writeOptionalParam(*geom_, normals_, "N", GeomParamType::normal3(), sample.normals, numSamples_, timeSampling_);
+    writeUvsAndNormals(sample.uvs, sample.normals);
     writeOptionalParam(*geom_, widths_, "width", GeomParamType::float32(), sample.widths, numSamples_, timeSampling_);
     if (numSamples_ != 0) writeBounds(sample.selfBounds, sample.positions);
     ++numSamples_;
@@ -164,9 +188,6 @@ void CurvesWriter::closeOwnProperties() {
 
 PolyMeshWriter::PolyMeshWriter(const Init& init, std::uint32_t timeSampling)
     : GeomWriter(init, schemas::kPolyMesh, timeSampling) {
-    MetaData pointMd = metaDataWith("geoScope", "vtx");
-    pointMd.set("interpretation", "point");
-    positions_ = &geom_->addArray("P", {Pod::Float32, 3}, pointMd, timeSampling);
     faceIndices_ = &geom_->addArray(".faceIndices", {Pod::Int32, 1}, {}, timeSampling);
     faceCounts_ = &geom_->addArray(".faceCounts", {Pod::Int32, 1}, {}, timeSampling);
 }
@@ -195,12 +216,10 @@ void PolyMeshWriter::write(const PolyMeshSample& sample) {
     writeVectors(*positions_, sample.positions);
     faceIndices_->writeValues(sample.faceIndices);
     faceCounts_->writeValues(sample.faceCounts);
-    velocities_ = velocitiesFor(*geom_, velocities_, sample.velocities.has_value(), numSamples_, timeSampling_);
-    writeVelocities(velocities_, sample.velocities);
+    writeVelocities(sample.velocities);
     writeBounds(sample.selfBounds, sample.positions);
-    const MetaData uvExtra = uvSourceName_.empty() ? MetaData() : metaDataWith("sourceName", uvSourceName_);
-    writeOptionalParam(*geom_, uvs_, "uv", GeomParamType::vec2(), sample.uvs, numSamples_, timeSampling_, uvExtra);
-    writeOptionalParam(*geom_, normals_, "N", GeomParamType::normal3(), sample.normals, numSamples_, timeSampling_);
+    writeUvsAndNormals(sample.uvs, sample.normals,
+                       uvSourceName_.empty() ? MetaData() : metaDataWith("sourceName", uvSourceName_));
     ++numSamples_;
 }
 

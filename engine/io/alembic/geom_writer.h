@@ -40,9 +40,18 @@ protected:
     void closeSchema() final;
     virtual void closeOwnProperties() = 0;
     void writeBounds(const std::optional<Box3d>& given, std::span<const Vec3f> positions);
+    /// Writes the velocities (created when first given, repeated when left out).
+    void writeVelocities(const std::optional<std::span<const Vec3f>>& velocities);
+    /// Writes the uvs, then the normals (each created when first given).
+    void writeUvsAndNormals(const std::optional<GeomValues<Vec2f>>& uvs, const std::optional<GeomValues<Vec3f>>& normals,
+                            const MetaData& uvExtra = {});
 
     CompoundWriter* geom_ = nullptr;
     ScalarWriter* selfBounds_ = nullptr;
+    ArrayWriter* positions_ = nullptr;
+    ArrayWriter* velocities_ = nullptr;
+    std::unique_ptr<GeomParamWriter> uvs_;
+    std::unique_ptr<GeomParamWriter> normals_;
     std::uint32_t timeSampling_ = 0;
     std::uint32_t numSamples_ = 0;
 
@@ -77,12 +86,8 @@ public:
 private:
     void closeOwnProperties() override;
 
-    ArrayWriter* positions_ = nullptr;
     ArrayWriter* vertexCounts_ = nullptr;
     ScalarWriter* basisAndType_ = nullptr;
-    ArrayWriter* velocities_ = nullptr;
-    std::unique_ptr<GeomParamWriter> uvs_;
-    std::unique_ptr<GeomParamWriter> normals_;
     std::unique_ptr<GeomParamWriter> widths_;
 };
 
@@ -109,12 +114,8 @@ public:
 private:
     void closeOwnProperties() override;
 
-    ArrayWriter* positions_ = nullptr;
     ArrayWriter* faceIndices_ = nullptr;
     ArrayWriter* faceCounts_ = nullptr;
-    ArrayWriter* velocities_ = nullptr;
-    std::unique_ptr<GeomParamWriter> uvs_;
-    std::unique_ptr<GeomParamWriter> normals_;
     std::string uvSourceName_;
 };
 
