@@ -115,6 +115,33 @@ TEST(AlembicWriter, StoresEqualBytesOnceWhateverTheirTypeButKeepsStringsApart) {
     EXPECT_TRUE(empty.key.isZero());
 }
 
+TEST(AlembicWriter, LargeSamplesWrittenWhileHashedAreKeyedAndSharedLikeSmallOnes) {
+    ScratchDir scratch;
+    const std::string path = scratch.file("large.abc");
+    std::vector<float> a(1 << 19), b(1 << 19);  // 2 MiB each
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        a[i] = float(i);
+        b[i] = -float(i);
+    }
+    {
+        ArchiveWriter archive(path);
+        auto& first = archive.top().properties().addArray("first", {Pod::Float32, 1});
+        auto& second = archive.top().properties().addArray("second", {Pod::Float32, 1});
+        for (const auto* v : {&a, &a, &b, &a}) first.write(bytesOf(*v), v->size());
+        second.write(bytesOf(b), b.size());
+        archive.close();
+    }
+    EXPECT_LT(fs::file_size(path), 2 * a.size() * 4 + 4096);  // a and b once each
+    const ArchiveReader archive(path);
+    const PropertyReader& first = *archive.top().properties().find("first");
+    EXPECT_EQ(first.values<float>(3), a);
+    EXPECT_EQ(first.values<float>(2), b);
+    EXPECT_EQ(first.sample(0).payload.data(), first.sample(3).payload.data());
+    EXPECT_EQ(archive.top().properties().find("second")->sample(0).payload.data(), first.sample(2).payload.data());
+    EXPECT_TRUE(verifySampleKeys(archive).empty());
+    EXPECT_TRUE(verifyObjectHashes(archive).empty());
+}
+
 TEST(AlembicWriter, LongNamesManySamplesAndManyMetadataStringsReadBack) {
     ScratchDir scratch;
     const std::string path = scratch.file("wide.abc");

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "core/parallel.h"
 #include "io/alembic/abc_hashes.h"
 #include "io/alembic/abc_writer.h"
 
@@ -35,6 +36,9 @@ PropertyRecord compoundRecord(std::string name, MetaData metadata) {
     record.metadata = std::move(metadata);
     return record;
 }
+
+// Samples at least this large are hashed and written at the same time.
+constexpr std::size_t kOverlapBytes = 1 << 20;
 
 }  // namespace
 
@@ -70,8 +74,24 @@ std::uint64_t SampledWriter::dimsEntry(std::uint64_t count) {
 }
 
 void SampledWriter::writeSample(std::span<const std::byte> payload, std::uint64_t count, std::uint8_t stringClass) {
-    const SampleKey key{payload.size(), stringClass, murmur3(payload)};
+    SampleKey key{payload.size(), stringClass, {}};
+    // Large numeric samples are hashed while they are written (numeric arrays write nothing
+    // else for a sample, so the block can still be taken back).
+    std::uint64_t unkeyed = 0;
+    if (payload.size() >= kOverlapBytes && stringClass == 0) {
+        parallelRange(0, 2, 1, [&](std::size_t lo, std::size_t hi) {
+            for (std::size_t task = lo; task < hi; ++task) {
+                if (task == 0)
+                    key.digest = murmur3(payload);
+                else
+                    unkeyed = core_.writeUnkeyed(payload);
+            }
+        });
+    } else {
+        key.digest = murmur3(payload);
+    }
     const bool isArray = record_.kind == PropertyKind::Array;
+    if (record_.numSamples != 0 && key == previous_.key && unkeyed != 0) core_.discard(unkeyed);
     if (record_.numSamples == 0 || !(key == previous_.key)) {
         // Repeats since the last change get slots of their own once the values change again.
         if (record_.firstChanged != 0) {
@@ -80,7 +100,8 @@ void SampledWriter::writeSample(std::span<const std::byte> payload, std::uint64_
                 if (isArray) entries_.push_back(dimsEntry(previousCount_));
             }
         }
-        previous_ = core_.store(key, payload, count * record_.type.extent);
+        previous_ = unkeyed != 0 ? core_.keep(key, unkeyed, count * record_.type.extent)
+                                 : core_.store(key, payload, count * record_.type.extent);
         previousCount_ = count;
         entries_.push_back(previous_.entry);
         if (isArray) entries_.push_back(dimsEntry(count));

@@ -43,6 +43,24 @@ StoredSample WriterCore::store(const SampleKey& key, std::span<const std::byte> 
     return sample;
 }
 
+std::uint64_t WriterCore::writeUnkeyed(std::span<const std::byte> payload) {
+    static constexpr std::byte kZeroKey[16] = {};
+    return file.appendData({std::span(kZeroKey), payload});
+}
+
+StoredSample WriterCore::keep(const SampleKey& key, std::uint64_t entry, std::uint64_t numValues) {
+    if (const auto it = stored_.find(key); it != stored_.end()) {
+        discard(entry);
+        return it->second;
+    }
+    file.patch((entry & ~kDataEntryBit) + 8, std::as_bytes(std::span(key.digest.words)));
+    StoredSample sample{key, entry, numValues};
+    stored_.emplace(key, sample);
+    return sample;
+}
+
+void WriterCore::discard(std::uint64_t entry) { file.truncate(entry & ~kDataEntryBit); }
+
 std::uint8_t WriterCore::metadataIndex(const std::string& serialized) {
     if (serialized.empty()) return 0;
     if (const auto it = metadataIndices_.find(serialized); it != metadataIndices_.end()) return it->second;

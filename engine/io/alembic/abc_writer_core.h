@@ -56,6 +56,14 @@ public:
     /// The stored sample for `key`, writing `payload` (after its 16-byte key) the first time.
     StoredSample store(const SampleKey& key, std::span<const std::byte> payload, std::uint64_t numValues);
 
+    /// Large samples are written while their key is computed: the block goes to the file with
+    /// a zero key (writeUnkeyed), and once the key is known it is either kept, with the key
+    /// written in place (keep), or removed again (discard) because an equal sample is stored.
+    /// The file ends up byte-identical to store(). Nothing else may be appended in between.
+    std::uint64_t writeUnkeyed(std::span<const std::byte> payload);
+    StoredSample keep(const SampleKey& key, std::uint64_t entry, std::uint64_t numValues);
+    void discard(std::uint64_t entry);
+
     /// The table index of a serialized metadata string: 0 for empty, 1..254 from the table
     /// (added on first use when shorter than 256 bytes and the table has room), 255 for inline.
     std::uint8_t metadataIndex(const std::string& serialized);

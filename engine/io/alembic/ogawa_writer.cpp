@@ -65,6 +65,18 @@ void OgawaWriter::finish(std::uint64_t rootGroupEntry) {
     fd_ = -1;
 }
 
+void OgawaWriter::patch(std::uint64_t offset, std::span<const std::byte> bytes) {
+    flush();
+    writeAt(offset, bytes.data(), bytes.size());
+}
+
+void OgawaWriter::truncate(std::uint64_t offset) {
+    flush();
+    if (::ftruncate(fd_, static_cast<off_t>(offset)) != 0 || ::lseek(fd_, static_cast<off_t>(offset), SEEK_SET) < 0)
+        fail();
+    position_ = offset;
+}
+
 void OgawaWriter::putU64(std::uint64_t value) { put(std::as_bytes(std::span(&value, 1))); }
 
 void OgawaWriter::put(std::span<const std::byte> bytes) {

@@ -38,6 +38,11 @@ public:
     /// (nothing is written), else the group's offset.
     std::uint64_t appendGroup(std::span<const std::uint64_t> children);
 
+    /// Overwrites bytes already appended at `offset` (for a key known only after its block).
+    void patch(std::uint64_t offset, std::span<const std::byte> bytes);
+    /// Drops everything appended from `offset` on (the last blocks, when they turn out unneeded).
+    void truncate(std::uint64_t offset);
+
     /// Flushes, points the header at the root group, sets the frozen flag and closes the file.
     void finish(std::uint64_t rootGroupEntry);
 
