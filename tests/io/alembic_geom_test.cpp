@@ -207,6 +207,29 @@ TEST(AlembicGeom, WritersRefuseSamplesThatDoNotAddUp) {
     EXPECT_EQ(curves.numSamples(), 0u);
 }
 
+TEST(AlembicGeom, BoundsSkipNanPointsAndStayEmptyWithoutPoints) {
+    const float nan = std::nanf("");
+    std::vector<Vec3f> points(200000, Vec3f{1, 2, 3});
+    points[0] = {nan, nan, nan};
+    points[150000] = {-4, 5, nan};
+    const Box3d box = boundsOf(points);
+    EXPECT_EQ(box.values(), (std::array<double, 6>{-4, 2, 3, 1, 5, 3}));
+    EXPECT_EQ(boundsOf({}), Box3d{});
+    EXPECT_TRUE(Box3d{}.isEmpty());
+
+    ScratchDir scratch;
+    const std::string path = scratch.file("none.abc");
+    {
+        ArchiveWriter archive(path);
+        archive.top().addChild<CurvesWriter>("c", 0).write(CurvesSample{});
+        archive.close();
+    }
+    const ArchiveReader archive(path);
+    const CurvesData d = CurvesReader(*archive.findObject("/c")).read(0);
+    EXPECT_TRUE(d.positions.empty() && d.vertexCounts.empty());
+    EXPECT_EQ(*d.selfBounds, Box3d{});
+}
+
 TEST(AlembicGeom, TransformsComposeTheirOperationsLikeTheLibrary) {
     ScratchDir scratch;
     const std::string path = scratch.file("xform.abc");
