@@ -1,5 +1,6 @@
 #include "io/spool_file.h"
 
+#include <algorithm>
 #include <memory>
 #include <system_error>
 
@@ -14,12 +15,23 @@ void removeQuietly(const std::string& path) {
     std::filesystem::remove(utf8Path(path), ignored);
 }
 
+std::size_t SpoolFile::heldBytes() const noexcept {
+    std::size_t bytes = 0;
+    for (const std::string& block : held_) bytes += block.size();
+    return bytes;
+}
+
 void SpoolFile::write(std::string_view text) {
     if (spilled_) {
         stream_.write(text.data(), static_cast<std::streamsize>(text.size()));
-    } else {
-        held_.append(text);
+        return;
     }
+    if (text.empty()) return;
+    if (held_.empty() || held_.back().capacity() - held_.back().size() < text.size()) {
+        held_.emplace_back();
+        held_.back().reserve(std::max(kBlock, text.size()));
+    }
+    held_.back().append(text);
 }
 
 bool SpoolFile::spill(std::string_view before, std::string_view after) {
@@ -29,14 +41,14 @@ bool SpoolFile::spill(std::string_view before, std::string_view after) {
     created_ = stream_.is_open();
     if (!created_) return false;
     write(before);
-    write(held_);
+    for (const std::string& block : held_) write(block);
     write(after);
-    std::string().swap(held_);
+    std::vector<std::string>().swap(held_);
     return stream_.good();
 }
 
 bool SpoolFile::copyTo(std::ostream& out) {
-    out.write(held_.data(), static_cast<std::streamsize>(held_.size()));
+    for (const std::string& block : held_) out.write(block.data(), static_cast<std::streamsize>(block.size()));
     if (!spilled_) return out.good();
     stream_.close();
     if (stream_.fail()) return false;

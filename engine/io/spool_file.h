@@ -9,6 +9,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tressora {
 
@@ -25,8 +26,8 @@ public:
     SpoolFile& operator=(const SpoolFile&) = delete;
 
     const std::string& path() const noexcept { return path_; }
-    /// The text held in memory (all of it until spill()).
-    const std::string& held() const noexcept { return held_; }
+    /// Bytes of text held in memory (all of it until spill()).
+    std::size_t heldBytes() const noexcept;
     bool spilled() const noexcept { return spilled_; }
 
     /// Appends text: to memory before spill(), to the file after.
@@ -48,7 +49,9 @@ public:
 
 private:
     std::string path_;
-    std::string held_;
+    // Held text in blocks of about kBlock bytes: no block is ever copied to grow.
+    static constexpr std::size_t kBlock = std::size_t{4} << 20;
+    std::vector<std::string> held_;
     std::ofstream stream_;
     bool spilled_ = false;
     bool created_ = false;

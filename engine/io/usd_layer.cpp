@@ -33,9 +33,9 @@ std::string header(const UsdWriter::State& s) {
     std::string text = "#usda 1.0\n(\n    defaultPrim = \"" + s.prim + "\"\n    doc = \"Tressora " + kVersion;
     if (!o.comment.empty()) text += ": " + cleanQuotedText(o.comment);
     text += "\"\n" + customData("customLayerData");
-    if (s.frames > 0) {
-        text += "    startTimeCode = " + doubleText(s.firstTime) + "\n";
-        text += "    endTimeCode = " + doubleText(s.lastTime) + "\n";
+    if (s.output.frames() > 0) {
+        text += "    startTimeCode = " + doubleText(s.output.firstTime()) + "\n";
+        text += "    endTimeCode = " + doubleText(s.output.lastTime()) + "\n";
     }
     text += "    framesPerSecond = " + doubleText(o.framesPerSecond) + "\n";
     text += "    timeCodesPerSecond = " + doubleText(o.framesPerSecond) + "\n";
@@ -47,12 +47,12 @@ std::string header(const UsdWriter::State& s) {
 
 bool writeChannels(UsdWriter::State& s, std::size_t begin, std::size_t end, std::ostream& out) {
     for (std::size_t i = begin; i < end; ++i) {
-        UsdChannel& channel = *s.channels[i];
+        UsdChannel& channel = s.channels[i];
         if (!channel.metadata.empty()) {
             out << "        " << channel.name << " (\n            " << channel.metadata << "\n        )\n";
         }
         out << "        " << channel.name << ".timeSamples = {\n";
-        if (!channel.spool.copyTo(out)) return false;
+        if (!channel.spool->copyTo(out)) return false;
         out << "        }\n";
     }
     return true;

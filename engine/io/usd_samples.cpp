@@ -39,11 +39,11 @@ public:
 
     template <class Element>
     void operator()(std::size_t count, Element&& element) {
-        UsdChannel& channel = *state_.channels.at(next_++);
-        channel.spool.write(head_);
-        formatList(count, element, [&channel](std::string_view text) { channel.spool.write(text); });
-        channel.spool.write("],\n");
-        state_.check(channel);
+        SpoolFile& spool = *state_.channels.at(next_++).spool;
+        spool.write(head_);
+        formatList(count, element, [&spool](std::string_view text) { spool.write(text); });
+        spool.write("],\n");
+        state_.output.check(spool);
     }
 
     std::size_t next() const { return next_; }

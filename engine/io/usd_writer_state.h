@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "core/errors.h"
-#include "io/spool_file.h"
+#include "io/spooled_output.h"
 #include "io/usd_writer.h"
 
 namespace tressora {
@@ -16,20 +16,19 @@ namespace tressora {
 /// One attribute: its declaration ("float[] widths"), the text inside its metadata block
 /// (may be empty) and its samples.
 struct UsdChannel {
-    UsdChannel(std::string name_, std::string metadata_, std::string spoolPath)
-        : name(std::move(name_)), metadata(std::move(metadata_)), spool(std::move(spoolPath)) {}
     std::string name;
     std::string metadata;
-    SpoolFile spool;
+    SpoolFile* spool = nullptr;  ///< owned by the state's output
 };
 
 struct UsdWriter::State {
-    std::string target;
-    std::string temporary;
+    State(const std::string& target, SpooledOutput::Raise raise) : output(target, raise) {}
+
+    SpooledOutput output;
     std::string prim;
     UsdWriterOptions options;
 
-    std::vector<std::unique_ptr<UsdChannel>> channels;
+    std::vector<UsdChannel> channels;
     std::vector<std::string> strandChannels;  ///< source names fixed by the first frame
     std::vector<std::string> pointChannels;
     bool hasUvs = false;
@@ -44,19 +43,10 @@ struct UsdWriter::State {
     std::size_t instanceEnd = 0;   ///< [strandEnd, instanceEnd) to the instancer
     std::size_t scaleMeshEnd = 0;  ///< [instanceEnd, scaleMeshEnd) to the scale mesh; the rest to the scale instancer
 
-    std::uint64_t frames = 0;
-    double firstTime = 0.0;
-    double lastTime = 0.0;
-    bool closed = false;
-    bool failed = false;        ///< a spool write failed: the layer can no longer be finished
-    int uncaughtAtOpen = 0;     ///< std::uncaught_exceptions() when the writer was made
-
-    /// Adds a channel at the end of the list, with its spool path.
-    void addChannel(std::string name, std::string metadata = {});
-    /// Throws UsdError "cannot write '<spool path>'" when the channel's spool failed.
-    void check(const UsdChannel& channel);
-    /// Closes and deletes every spool and the temporary file.
-    void removeFiles();
+    /// Adds a channel at the end of the list, with its spool.
+    void addChannel(std::string name, std::string metadata = {}) {
+        channels.push_back({std::move(name), std::move(metadata), &output.addSpool()});
+    }
 };
 
 /// Declares every channel from the first frame and fixes the flags and lists.

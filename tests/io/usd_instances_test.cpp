@@ -81,7 +81,7 @@ std::shared_ptr<const InstancePrototype> leaf() {
 
 PrototypeLookup leafLookup() {
     return [](std::string_view name) -> std::shared_ptr<const InstancePrototype> {
-        return name == "leaf" || name == "bud" ? leaf() : nullptr;
+        return name == "leaf" || name == "bud" || name == "twig" ? leaf() : nullptr;
     };
 }
 
@@ -248,7 +248,8 @@ TEST(UsdWriter, ScaleChoiceFollowsTheOptionAndTheFirstFrame) {
             auto [set, mesh] = scaledFrame({"leaf", "bud"});
             writer.writeFrame(1, set, nullptr, &mesh);
         }
-        const UsdaPrim& root = parseUsda(readTextFile(path)).prim("/groom");
+        const UsdaLayer layer = parseUsda(readTextFile(path));
+        const UsdaPrim& root = layer.prim("/groom");
         EXPECT_EQ(root.hasChild("scales"), mode == ScaleOutput::mesh);
         EXPECT_EQ(root.hasChild("scaleInstances"), mode == ScaleOutput::instancer);
     }

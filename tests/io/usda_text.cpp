@@ -281,7 +281,7 @@ std::vector<std::string> UsdaPrim::sampledNames() const {
     return names;
 }
 
-const UsdaPrim& UsdaLayer::prim(const std::string& path) const {
+const UsdaPrim& UsdaLayer::prim(const std::string& path) const& {
     std::stringstream parts(path.substr(1));
     std::string name;
     std::getline(parts, name, '/');

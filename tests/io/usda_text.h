@@ -59,7 +59,8 @@ struct UsdaPrim {
 struct UsdaLayer {
     std::map<std::string, UsdaValue> metadata;
     std::vector<UsdaPrim> prims;
-    const UsdaPrim& prim(const std::string& path) const;  ///< "/groom/strands"; throws when absent
+    const UsdaPrim& prim(const std::string& path) const&;  ///< "/groom/strands"; throws when absent
+    const UsdaPrim& prim(const std::string& path) && = delete;  ///< keep the layer while its prims are read
 };
 
 /// Parses USD text; throws std::runtime_error naming the offset of the first thing it cannot read.
