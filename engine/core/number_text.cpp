@@ -8,9 +8,12 @@ namespace tressora {
 namespace {
 
 // std::to_chars writes the shortest round-trip text but pads the exponent to two digits and
-// gives it a '+' ("1e+05"). Drop both: "1e5", "1e-7".
+// gives it a '+' ("1e+05"). Drop both: "1e5", "1e-7". An exponent has two or three digits, so
+// its 'e' sits four or five characters before the end.
 char* trimExponent(char* begin, char* end) noexcept {
-    char* e = static_cast<char*>(std::memchr(begin, 'e', static_cast<std::size_t>(end - begin)));
+    char* e = nullptr;
+    if (end - begin >= 5 && end[-4] == 'e') e = end - 4;
+    else if (end - begin >= 6 && end[-5] == 'e') e = end - 5;
     if (!e) return end;
     char* digits = e + 1;
     char* to = digits;

@@ -68,7 +68,10 @@ void formatList(std::size_t count, Element&& element, Write&& write) {
                 std::string& text = pieces[p];
                 text.reserve((end - begin) * kFormatBytesPerElement);
                 for (std::size_t i = begin; i < end; ++i) {
-                    if (i != 0) text += ", ";
+                    if (i != 0) {
+                        text.push_back(',');
+                        text.push_back(' ');
+                    }
                     element(text, i);
                 }
             }
