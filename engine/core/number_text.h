@@ -60,12 +60,14 @@ void formatList(std::size_t count, Element&& element, Write&& write) {
     for (std::size_t runBegin = 0; runBegin < count; runBegin += kFormatRun) {
         const std::size_t runEnd = runBegin + kFormatRun < count ? runBegin + kFormatRun : count;
         const std::size_t pieceCount = (runEnd - runBegin + kFormatPiece - 1) / kFormatPiece;
-        pieces.assign(pieceCount, std::string());
+        // The strings of one run are reused by the next, keeping their room.
+        if (pieces.size() < pieceCount) pieces.resize(pieceCount);
         parallelRange(0, pieceCount, 1, [&](std::size_t lo, std::size_t hi) {
             for (std::size_t p = lo; p < hi; ++p) {
                 const std::size_t begin = runBegin + p * kFormatPiece;
                 const std::size_t end = begin + kFormatPiece < runEnd ? begin + kFormatPiece : runEnd;
                 std::string& text = pieces[p];
+                text.clear();
                 text.reserve((end - begin) * kFormatBytesPerElement);
                 for (std::size_t i = begin; i < end; ++i) {
                     if (i != 0) {
@@ -76,7 +78,7 @@ void formatList(std::size_t count, Element&& element, Write&& write) {
                 }
             }
         });
-        for (const std::string& text : pieces) write(std::string_view(text));
+        for (std::size_t p = 0; p < pieceCount; ++p) write(std::string_view(pieces[p]));
     }
 }
 
