@@ -40,6 +40,7 @@ void InstanceSet::append(const InstanceSet& other) {
         append(copy);
         return;
     }
+    hidesStrands = hidesStrands || other.hidesStrands;
     std::vector<std::uint32_t> remap(other.prototypes.size());
     for (std::size_t i = 0; i < other.prototypes.size(); ++i) remap[i] = prototypeIndex(other.prototypes[i]);
     instances.reserve(instances.size() + other.instances.size());
@@ -57,6 +58,7 @@ InstanceSet InstanceSet::forStrands(std::span<const std::uint64_t> strandIds) co
     std::sort(sorted.begin(), sorted.end());
     InstanceSet kept;
     kept.prototypes = prototypes;
+    kept.hidesStrands = hidesStrands;
     for (const Instance& instance : instances) {
         if (std::binary_search(sorted.begin(), sorted.end(), instance.strandId)) kept.instances.push_back(instance);
     }
@@ -96,7 +98,7 @@ std::uint64_t InstanceSet::fingerprint() const {
         h = combine(h, floatBits(instance.random));
         h = combine(h, (instance.conform ? 1u : 0u) | (instance.alongStrand ? 2u : 0u));
     }
-    return h;
+    return hidesStrands ? combine(h, 1) : h;
 }
 
 Vec3f placePoint(const InstanceFrame& frame, Vec3f local) {
@@ -135,6 +137,20 @@ ScaleMesh bakeScaleMesh(const InstanceSet& set, const PrototypeLookup& lookup, c
     mesh.uvs.resize(pointStart[count]);
     mesh.triangles.resize(triangleStart[count]);
     mesh.faceColours.resize(triangleStart[count]);
+    for (std::size_t i = 0; i < count; ++i) {
+        const Instance& instance = set.instances[i];
+        if (!prototypeOf(instance)) continue;
+        ScaleRecord record;
+        record.id = instance.strandId;
+        record.prototype = instance.prototype;
+        record.frame = instance.frame;
+        record.rootColour = instance.colour;
+        record.scaleId = instance.random;
+        record.variant = static_cast<std::int32_t>(instance.prototype);
+        record.firstTriangle = triangleStart[i];
+        record.triangleCount = triangleStart[i + 1] - triangleStart[i];
+        mesh.records.push_back(record);
+    }
     parallelRange(0, count, 256, [&](std::size_t lo, std::size_t hi) {
         for (std::size_t i = lo; i < hi; ++i) {
             const Instance& instance = set.instances[i];

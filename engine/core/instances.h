@@ -81,6 +81,8 @@ struct Instance {
 struct InstanceSet {
     std::vector<std::string> prototypes;  ///< prototype names, each once
     std::vector<Instance> instances;
+    /// The strands only lay the instances out: writers mark them invisible.
+    bool hidesStrands = false;
 
     /// The index of a prototype name, added at the end when new.
     std::uint32_t prototypeIndex(std::string_view name);
@@ -98,12 +100,29 @@ struct InstanceSet {
     std::uint64_t fingerprint() const;
 };
 
+/// One instance baked into a ScaleMesh: the triangles that are its own, and what a writer
+/// needs to shade it or to place it again with a point instancer.
+struct ScaleRecord {
+    std::uint64_t id = 0;          ///< the strand it sits on
+    std::uint32_t prototype = 0;   ///< index into the instance set's prototype names
+    InstanceFrame frame;           ///< where it lies
+    Vec3f rootColour{1.0f, 1.0f, 1.0f};
+    float scaleId = 0.0f;          ///< a per-scale value in [0, 1) for shading variation
+    MeshUv scaleUv;                ///< the scalp UV under its root, where known
+    std::int32_t variant = 0;      ///< which of the prototype variants it took
+    std::uint64_t firstTriangle = 0;
+    std::uint64_t triangleCount = 0;
+    constexpr bool operator==(const ScaleRecord&) const = default;
+};
+
 /// All instances of a frame baked into one mesh.
 struct ScaleMesh {
     std::vector<Vec3f> points;
     std::vector<MeshTriangle> triangles;
     std::vector<MeshUv> uvs;           ///< one per point (zero where the prototype has none)
     std::vector<Vec3f> faceColours;    ///< one per triangle: its instance's colour
+    std::vector<Vec3f> normals;        ///< empty, or one per point
+    std::vector<ScaleRecord> records;  ///< one per baked instance, in instance order
 };
 
 /// Maps a point of a prototype's local frame into the scene by an instance frame.
@@ -114,8 +133,9 @@ Vec3f placePoint(const InstanceFrame& frame, Vec3f local);
 using InstanceBend = std::function<void(std::size_t instance, std::span<Vec3f> points)>;
 
 /// Bakes every instance into one mesh, in instance order: prototype points placed by the
-/// frame, then, for instances that bend, passed to `bend` when given. Instances whose
-/// prototype the lookup does not know, or whose index is out of range, are left out.
+/// frame, then, for instances that bend, passed to `bend` when given; one record per baked
+/// instance (scale id from its random, variant from its prototype index; no normals). Instances
+/// whose prototype the lookup does not know, or whose index is out of range, are left out.
 /// The lookup is asked once per prototype name, on the calling thread; placement is parallel.
 ScaleMesh bakeScaleMesh(const InstanceSet& set, const PrototypeLookup& lookup, const InstanceBend& bend = {});
 
