@@ -1,6 +1,7 @@
 // Surface query rates on a 100,000-triangle head: closest-point queries through the spatial
-// tree (1M random points per iteration, spread over the worker threads as operators do) beside
-// the brute-force rate on a small sample, plus ray hits, tree build and refit.
+// tree (1M random points per iteration, spread over the worker threads as operators do) for
+// points at the skin, near it and anywhere in the head's box, beside the brute-force rate on a
+// small sample; plus ray hits, tree build and refit.
 //
 //   build/bench/bench_scalp_queries                      (all cores)
 //   TRESSORA_THREADS=2 build/bench/bench_scalp_queries   (two threads)
@@ -35,15 +36,16 @@ std::vector<Vec3f> boxPoints(std::size_t count, std::uint64_t seed) {
     return q;
 }
 
-/// Query points within 1 unit of the surface, as strand roots and sample points are.
-std::vector<Vec3f> nearPoints(std::size_t count, std::uint64_t seed) {
+/// Query points on the surface moved up to `spread` along the normal either way (the head is
+/// about 20 units across): 0.1 for roots being re-attached, 1 for strand points near the skin.
+std::vector<Vec3f> nearPoints(std::size_t count, std::uint64_t seed, float spread) {
     const ScalpMesh& mesh = headMesh();
     DrawStream s(seed);
     std::vector<Vec3f> q(count);
     for (Vec3f& p : q) {
         const auto face = static_cast<std::int32_t>(s.next() % mesh.triangleCount());
         const float u = s.nextUnit(), v = s.nextUnit() * (1.0f - u);
-        p = mesh.positionAt(face, u, v) + mesh.normalAt(face, u, v) * testing::drawIn(s, -1.0f, 1.0f);
+        p = mesh.positionAt(face, u, v) + mesh.normalAt(face, u, v) * testing::drawIn(s, -spread, spread);
     }
     return q;
 }
@@ -71,8 +73,13 @@ void BM_ClosestPointTreeBox(benchmark::State& state) {
     runClosest(state, queries);
 }
 
+void BM_ClosestPointTreeRoots(benchmark::State& state) {
+    static const std::vector<Vec3f> queries = nearPoints(1'000'000, 5, 0.1f);
+    runClosest(state, queries);
+}
+
 void BM_ClosestPointTreeNearSurface(benchmark::State& state) {
-    static const std::vector<Vec3f> queries = nearPoints(1'000'000, 2);
+    static const std::vector<Vec3f> queries = nearPoints(1'000'000, 2, 1.0f);
     runClosest(state, queries);
 }
 
@@ -128,6 +135,7 @@ void BM_TreeRefit(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(mesh.triangleCount()));
 }
 
+BENCHMARK(BM_ClosestPointTreeRoots)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ClosestPointTreeBox)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ClosestPointTreeNearSurface)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ClosestPointBruteBox)->Unit(benchmark::kMillisecond);

@@ -42,12 +42,5 @@ TEST(AreaSampler, PointsAreUniformInsideTheFace) {
     EXPECT_NEAR(nearCorner0 / double(n), 0.25, 0.01);
 }
 
-TEST(AreaSampler, RestAreasDecideWhenAsked) {
-    ScalpMesh mesh({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {{0, 1, 2}, {0, 1, 3}});
-    mesh.setRestPoints({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 0}});  // second face flat at rest
-    EXPECT_EQ(AreaSampler(mesh, true).pickFace(0.99), 0);
-    EXPECT_EQ(AreaSampler(mesh, false).pickFace(0.99), 1);
-}
-
 }  // namespace
 }  // namespace tressora

@@ -37,15 +37,6 @@ TEST(GuideFrame, FramesStartFromFrameUpAndTurnOnlyWithTheCurve) {
     EXPECT_EQ(stuck[0].axis, (Vec3f{0, 1, 0}));
 }
 
-TEST(GuideFrame, LocalAndWorldCoordinatesInvertEachOther) {
-    const std::vector<Vec3f> curve = {{0, 0, 0}, {0.3f, 1, 0.2f}, {1, 1.5f, -0.4f}};
-    for (const Frame& f : carriedFrames(curve, {1, 0, 1})) {
-        const Vec3f p{0.25f, -1.5f, 2.0f};
-        const Vec3f back = f.toWorld(f.toLocal(p));
-        EXPECT_NEAR(length(back - p), 0.0f, 1e-5f);
-    }
-}
-
 TEST(GuideFrame, RootFrameStandsOnTheSurface) {
     const ScalpMesh sphere = testing::icosphere(2);
     const SurfacePoint at = sphere.closestPoint({0.3f, 2.0f, 0.1f});

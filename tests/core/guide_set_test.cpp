@@ -36,19 +36,5 @@ TEST(GuideSet, AttributesAreFilledForEveryGuideAndPoint) {
     EXPECT_EQ(set.roots()[1], (StrandRoot{3, 0.5f, 0.25f}));
 }
 
-TEST(GuideSet, FingerprintSeesEveryPart) {
-    auto make = [](float width, float point, Vec3f color) {
-        GuideSet s;
-        s.addGuide(1, {}, std::vector<Vec3f>{{0, 0, 0}, {0, point, 0}}, {{width}, {}, {}, "", {}});
-        s.setColor(color);
-        return s.fingerprint();
-    };
-    const std::uint64_t base = make(1.0f, 1.0f, {});
-    EXPECT_EQ(make(1.0f, 1.0f, {}), base);
-    EXPECT_NE(make(2.0f, 1.0f, {}), base);
-    EXPECT_NE(make(1.0f, -1.0f, {}), base);
-    EXPECT_NE(make(1.0f, 1.0f, {0, 0, 1}), base);
-}
-
 }  // namespace
 }  // namespace tressora
