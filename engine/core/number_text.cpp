@@ -100,13 +100,13 @@ void appendVec2(std::string& out, float u, float v) {
     out.append(buffer, p);
 }
 
-std::string floatText(float value) {
+std::string numberText(float value) {
     std::string text;
     appendFloat(text, value);
     return text;
 }
 
-std::string doubleText(double value) {
+std::string numberText(double value) {
     std::string text;
     appendDouble(text, value);
     return text;

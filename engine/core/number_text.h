@@ -40,8 +40,8 @@ void appendVec3(std::string& out, Vec3f value);
 void appendVec2(std::string& out, float u, float v);
 
 /// One number as a string.
-std::string floatText(float value);
-std::string doubleText(double value);
+std::string numberText(float value);
+std::string numberText(double value);
 
 /// Elements per run and per piece of formatList, and the bytes reserved per element.
 inline constexpr std::size_t kFormatRun = 1'048'576;

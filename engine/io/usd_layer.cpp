@@ -34,12 +34,12 @@ std::string header(const UsdWriter::State& s) {
     if (!o.comment.empty()) text += ": " + cleanQuotedText(o.comment);
     text += "\"\n" + customData("customLayerData");
     if (s.output.frames() > 0) {
-        text += "    startTimeCode = " + doubleText(s.output.firstTime()) + "\n";
-        text += "    endTimeCode = " + doubleText(s.output.lastTime()) + "\n";
+        text += "    startTimeCode = " + numberText(s.output.firstTime()) + "\n";
+        text += "    endTimeCode = " + numberText(s.output.lastTime()) + "\n";
     }
-    text += "    framesPerSecond = " + doubleText(o.framesPerSecond) + "\n";
-    text += "    timeCodesPerSecond = " + doubleText(o.framesPerSecond) + "\n";
-    text += "    metersPerUnit = " + doubleText(o.metersPerUnit) + "\n";
+    text += "    framesPerSecond = " + numberText(o.framesPerSecond) + "\n";
+    text += "    timeCodesPerSecond = " + numberText(o.framesPerSecond) + "\n";
+    text += "    metersPerUnit = " + numberText(o.metersPerUnit) + "\n";
     text += "    upAxis = \"" + cleanQuotedText(o.upAxis) + "\"\n)\n\n";
     text += "def Xform \"" + s.prim + "\" (\n" + customData("customData") + "    kind = \"component\"\n)\n{\n";
     return text;

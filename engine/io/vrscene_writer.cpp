@@ -145,10 +145,10 @@ struct VrsceneWriter::State {
     bool compose(std::ostream& out) {
         const VrsceneWriterOptions& o = options;
         out << "// Tressora " TRESSORA_VERSION " V-Ray scene\n// " << firstStrands << " strands, " << firstPoints
-            << " points, frames " << doubleText(output.firstTime()) << " to " << doubleText(output.lastTime())
+            << " points, frames " << numberText(output.firstTime()) << " to " << numberText(output.lastTime())
             << "\n\n";
-        out << "SettingsUnitsInfo " << name << "@units {\n  meters_scale=" << doubleText(o.metersPerUnit)
-            << ";\n  frames_scale=" << doubleText(o.framesPerSecond) << ";\n  scene_upDir="
+        out << "SettingsUnitsInfo " << name << "@units {\n  meters_scale=" << numberText(o.metersPerUnit)
+            << ";\n  frames_scale=" << numberText(o.framesPerSecond) << ";\n  scene_upDir="
             << (o.upAxis == "Z" ? "Vector(0, 0, 1)" : "Vector(0, 1, 0)") << ";\n}\n\n";
 
         out << "GeomMayaHair " << name << "@hair {\n";
@@ -159,7 +159,7 @@ struct VrsceneWriter::State {
             if (!channel.spool->copyTo(out)) return false;
             out << (output.frames() > 1 ? "\n);\n" : ";\n");
         }
-        out << "  geom_splines=1;\n  min_pixel_width=" << floatText(o.minPixelWidth) << ";\n}\n\n";
+        out << "  geom_splines=1;\n  min_pixel_width=" << numberText(o.minPixelWidth) << ";\n}\n\n";
 
         out << "TexHairSampler " << name << "@hairSampler {\n}\n\n";
         std::string tint;
@@ -169,9 +169,9 @@ struct VrsceneWriter::State {
         tint += ", ";
         appendFloat(tint, o.primaryTint.z);
         out << "BRDFHair4 " << name << "@hairBrdf {\n  melanin=0;\n  pheomelanin=0;\n  dye_color=" << name
-            << "@hairSampler::hair_color;\n  glossiness=" << floatText(o.glossiness) << ";\n  softness="
-            << floatText(o.softness) << ";\n  primary_glossiness_boost=0;\n  primary_tint=AColor(" << tint
-            << ", 1);\n  highlight_shift=" << floatText(o.highlightShift) << ";\n  ior=" << floatText(o.ior)
+            << "@hairSampler::hair_color;\n  glossiness=" << numberText(o.glossiness) << ";\n  softness="
+            << numberText(o.softness) << ";\n  primary_glossiness_boost=0;\n  primary_tint=AColor(" << tint
+            << ", 1);\n  highlight_shift=" << numberText(o.highlightShift) << ";\n  ior=" << numberText(o.ior)
             << ";\n  trace_depth=" << o.traceDepth << ";\n  glint_strength=0;\n  glitter_strength=0;\n";
         if (opacity != Source::none) out << "  transparency=" << name << "@hairSampler::hair_transparency;\n";
         out << "}\n\n";

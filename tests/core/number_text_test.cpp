@@ -22,7 +22,7 @@ float readFloat(const std::string& text) {
 }
 
 void expectRoundTrip(float value) {
-    const std::string text = floatText(value);
+    const std::string text = numberText(value);
     EXPECT_EQ(std::bit_cast<std::uint32_t>(readFloat(text)), std::bit_cast<std::uint32_t>(value)) << text;
     // No padding in the exponent: no '+', no leading zero after 'e' or "e-".
     const std::size_t e = text.find('e');
@@ -57,22 +57,22 @@ TEST(NumberText, EveryFiniteFloatSampledReadsBackToItsBits) {
 }
 
 TEST(NumberText, ShortestFormsSignedZeroAndNonFinite) {
-    EXPECT_EQ(floatText(0.1f), "0.1");
-    EXPECT_EQ(floatText(1.0f), "1");
-    EXPECT_EQ(floatText(-2.5f), "-2.5");
-    EXPECT_EQ(floatText(100000.0f), "1e5");
-    EXPECT_EQ(floatText(1.5e-7f), "1.5e-7");
-    EXPECT_EQ(floatText(3.4028235e38f), "3.4028235e38");
-    EXPECT_EQ(floatText(1e-45f), "1e-45");
-    EXPECT_EQ(floatText(-0.0f), "-0");
-    EXPECT_EQ(floatText(0.0f), "0");
-    EXPECT_EQ(floatText(NAN), "0");
-    EXPECT_EQ(floatText(-INFINITY), "0");
-    EXPECT_EQ(doubleText(24.0), "24");
-    EXPECT_EQ(doubleText(0.01), "0.01");
-    EXPECT_EQ(doubleText(1.0 / 3.0), "0.3333333333333333");
-    EXPECT_EQ(doubleText(1e300), "1e300");
-    EXPECT_EQ(doubleText(INFINITY), "0");
+    EXPECT_EQ(numberText(0.1f), "0.1");
+    EXPECT_EQ(numberText(1.0f), "1");
+    EXPECT_EQ(numberText(-2.5f), "-2.5");
+    EXPECT_EQ(numberText(100000.0f), "1e5");
+    EXPECT_EQ(numberText(1.5e-7f), "1.5e-7");
+    EXPECT_EQ(numberText(3.4028235e38f), "3.4028235e38");
+    EXPECT_EQ(numberText(1e-45f), "1e-45");
+    EXPECT_EQ(numberText(-0.0f), "-0");
+    EXPECT_EQ(numberText(0.0f), "0");
+    EXPECT_EQ(numberText(NAN), "0");
+    EXPECT_EQ(numberText(-INFINITY), "0");
+    EXPECT_EQ(numberText(24.0), "24");
+    EXPECT_EQ(numberText(0.01), "0.01");
+    EXPECT_EQ(numberText(1.0 / 3.0), "0.3333333333333333");
+    EXPECT_EQ(numberText(1e300), "1e300");
+    EXPECT_EQ(numberText(INFINITY), "0");
     std::string text;
     appendInteger(text, std::numeric_limits<std::int64_t>::min());
     text += ' ';
@@ -120,7 +120,7 @@ TEST(NumberText, ListTextIsTheSameOnOneThreadAndOnAll) {
     }
     EXPECT_EQ(index, count);
     EXPECT_EQ(listText(0, element), "");
-    EXPECT_EQ(listText(2, element).find(", "), floatText(values[0]).size());
+    EXPECT_EQ(listText(2, element).find(", "), numberText(values[0]).size());
 }
 
 }  // namespace
