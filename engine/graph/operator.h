@@ -107,7 +107,7 @@ bool hasAffect(const Operator& op);
 /// The node's full param list: `params`, `dynamicParams`, then the common ones it has.
 std::vector<ParamSpec> allParams(const Operator& op);
 
-/// The spec of one of the node's params by name, or nothing.
+/// The ParamSpec of one of the node's params by name, or nothing.
 std::optional<ParamSpec> findParam(const Operator& op, const std::string& name);
 
 /// Declares every param of the node so that each reads its default until set.

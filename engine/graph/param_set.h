@@ -57,7 +57,7 @@ private:
     std::uint64_t stamp_ = 0;
 };
 
-/// Turns a value from a connection into a value of the spec's kind. Throws GraphError
+/// Turns a value from a connection into a value of the ParamSpec's kind. Throws GraphError
 /// "param '<name>' takes <kind> ..." when the kinds do not fit.
 ParamValue coerce(const UniformValue& value, const ParamSpec& spec);
 

@@ -16,7 +16,7 @@ namespace tressora {
 /// Whether a param's text names a per-strand channel the node writes or reads.
 enum class ChannelMode { None = 0, Writes, Reads };
 
-/// What connection a param offers: worked out from the spec (Auto), always a Value port,
+/// What connection a param offers: worked out from the ParamSpec (Auto), always a Value port,
 /// or none.
 enum class ParamPort { Auto = 0, Value, None };
 
