@@ -248,12 +248,17 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
     };
     Entry stack[64];
     int top = 0;
-    stack[top++] = {tree.nodes[0], boxDistanceSquared(bounds, q)};
-
-    while (top > 0) {
-        const Entry e = stack[--top];
-        if (!(e.distance < best)) continue;
-        const auto& node = e.node;
+    // The near child is walked into at once rather than pushed and popped: nothing can
+    // change the best distance in between, so this is the same order as a push and a pop.
+    std::array<std::uint32_t, 2> node = tree.nodes[0];
+    bool walking = boxDistanceSquared(bounds, q) < best;
+    for (;;) {
+        if (!walking) {
+            while (top > 0 && !(stack[top - 1].distance < best)) --top;
+            if (top == 0) break;
+            node = stack[--top].node;
+        }
+        walking = false;
         if (node[1] != 0) {
             testLeaf(tree, node[0], node[1], query, best, hit);
             continue;
@@ -263,15 +268,18 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
         const float dr = boxDistanceSquared(bounds + (left + 1) * 6, q);
         const auto& l = tree.nodes[left];
         const auto& r = tree.nodes[left + 1];
-        // Push the far child first so the near one is popped next; ties go left first.
-        if (dr < best) prefetch(r);
-        if (dl < best) prefetch(l);
-        if (dl <= dr) {
-            if (dr < best) stack[top++] = {r, dr};
-            if (dl < best) stack[top++] = {l, dl};
-        } else {
-            if (dl < best) stack[top++] = {l, dl};
-            if (dr < best) stack[top++] = {r, dr};
+        // The far child waits on the stack; the near one goes first, the left one on a tie.
+        const bool leftFirst = dl <= dr;
+        const auto& nearNode = leftFirst ? l : r;
+        const auto& farNode = leftFirst ? r : l;
+        const float nearDistance = leftFirst ? dl : dr, farDistance = leftFirst ? dr : dl;
+        if (farDistance < best) {
+            prefetch(farNode);
+            stack[top++] = {farNode, farDistance};
+        }
+        if (nearDistance < best) {
+            node = nearNode;
+            walking = true;
         }
     }
     return hit;
