@@ -12,7 +12,6 @@
 #endif
 
 #include "core/parallel.h"
-#include "core/triangle_closest_x4.h"
 #include "core/triangle_geometry.h"
 
 namespace tressora {
@@ -54,7 +53,7 @@ void leafBounds(const BvhTree& tree, std::uint32_t first, std::uint32_t count,
 /// then inner nodes from the last to the first, since children always come after their parent.
 void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const MeshTriangle> triangles) {
     const std::size_t count = tree.nodes.size();
-    tree.corners.assign(tree.order.size() * 9 + 3, 0.0f);
+    tree.corners.assign(tree.order.size() * 9, 0.0f);
     tree.bounds.assign(count * 6 + 2, 0.0f);
     parallelRange(0, count, kLeafGrain, [&](std::size_t lo, std::size_t hi) {
         for (std::size_t n = lo; n < hi; ++n) {
@@ -118,24 +117,6 @@ inline float boxDistanceSquared(const float* box, const float* q) {
 /// equal distances the first tested is kept.
 void testLeaf(const BvhTree& tree, std::uint32_t first, std::uint32_t count, Vec3f query, float& best,
               TreeHit& hit) {
-    const float* rows = &tree.corners[std::size_t{first} * 9];
-#ifdef TRESSORA_CLOSEST_X4
-    Closest4 c;
-    for (std::uint32_t j = 0; j < count; j += 4) {
-        const int lanes = static_cast<int>(std::min<std::uint32_t>(4, count - j));
-        closestOnTriangles4(query, rows + j, count, lanes, c);
-        for (int i = 0; i < lanes; ++i) {
-            if (!(c.distanceSquared[i] < best)) continue;
-            best = c.distanceSquared[i];
-            hit.face = static_cast<std::int32_t>(tree.order[first + j + static_cast<std::uint32_t>(i)]);
-            hit.b1 = c.b1[i];
-            hit.b2 = c.b2[i];
-            hit.position = {c.x[i], c.y[i], c.z[i]};
-            hit.distanceSquared = c.distanceSquared[i];
-        }
-    }
-#else
-    (void)rows;
     for (std::uint32_t i = 0; i < count; ++i) {
         const TriangleClosest c = closestOnTriangle(query, tree.corner(first, count, i, 0),
                                                     tree.corner(first, count, i, 1), tree.corner(first, count, i, 2));
@@ -147,7 +128,6 @@ void testLeaf(const BvhTree& tree, std::uint32_t first, std::uint32_t count, Vec
         hit.position = c.point;
         hit.distanceSquared = c.distanceSquared;
     }
-#endif
 }
 
 }  // namespace
@@ -268,12 +248,17 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
     };
     Entry stack[64];
     int top = 0;
-    stack[top++] = {tree.nodes[0], boxDistanceSquared(bounds, q)};
-
-    while (top > 0) {
-        const Entry e = stack[--top];
-        if (!(e.distance < best)) continue;
-        const auto& node = e.node;
+    // The near child is walked into at once rather than pushed and popped: nothing can
+    // change the best distance in between, so this is the same order as a push and a pop.
+    std::array<std::uint32_t, 2> node = tree.nodes[0];
+    bool walking = boxDistanceSquared(bounds, q) < best;
+    for (;;) {
+        if (!walking) {
+            while (top > 0 && !(stack[top - 1].distance < best)) --top;
+            if (top == 0) break;
+            node = stack[--top].node;
+        }
+        walking = false;
         if (node[1] != 0) {
             testLeaf(tree, node[0], node[1], query, best, hit);
             continue;
@@ -283,15 +268,18 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
         const float dr = boxDistanceSquared(bounds + (left + 1) * 6, q);
         const auto& l = tree.nodes[left];
         const auto& r = tree.nodes[left + 1];
-        // Push the far child first so the near one is popped next; ties go left first.
-        if (dr < best) prefetch(r);
-        if (dl < best) prefetch(l);
-        if (dl <= dr) {
-            if (dr < best) stack[top++] = {r, dr};
-            if (dl < best) stack[top++] = {l, dl};
-        } else {
-            if (dl < best) stack[top++] = {l, dl};
-            if (dr < best) stack[top++] = {r, dr};
+        // The far child waits on the stack; the near one goes first, the left one on a tie.
+        const bool leftFirst = dl <= dr;
+        const auto& nearNode = leftFirst ? l : r;
+        const auto& farNode = leftFirst ? r : l;
+        const float nearDistance = leftFirst ? dl : dr, farDistance = leftFirst ? dr : dl;
+        if (farDistance < best) {
+            prefetch(farNode);
+            stack[top++] = {farNode, farDistance};
+        }
+        if (nearDistance < best) {
+            node = nearNode;
+            walking = true;
         }
     }
     return hit;

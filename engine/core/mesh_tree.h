@@ -29,8 +29,7 @@ struct BvhTree {
     /// The corner points of each leaf's triangles, so that a leaf reads them from one
     /// contiguous run instead of chasing indices across the mesh. A leaf (first, count) owns
     /// the floats from 9 * first on, laid out as nine rows of `count` values (corner 0 x, y,
-    /// z, corner 1 x, ...); three floats of padding follow the last leaf. Derived from the
-    /// pose, like the bounds.
+    /// z, corner 1 x, ...). Derived from the pose, like the bounds.
     std::vector<float> corners;
 
     /// Corner c (0 to 2) of the i-th triangle of the leaf starting at `first` with `count`.

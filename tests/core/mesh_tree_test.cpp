@@ -6,7 +6,6 @@
 
 #include "core/mesh_tree.h"
 #include "core/scalp_mesh.h"
-#include "core/triangle_closest_x4.h"
 #include "core/test_meshes.h"
 
 namespace tressora {
@@ -81,34 +80,6 @@ TEST(MeshTree, ClosestPointMatchesBruteForceOnRandomMeshes) {
         for (std::size_t i = 0; i < mesh.pointCount(); i += 7) expectSameClosest(mesh, mesh.points()[i]);
     }
 }
-
-#ifdef TRESSORA_CLOSEST_X4
-TEST(MeshTree, FourWideTriangleTestEqualsTheOneTriangleTestBitForBit) {
-    DrawStream s(31);
-    for (int round = 0; round < 3000; ++round) {
-        // Nine rows of four lanes; some triangles flat, some collapsed to a point.
-        float rows[9 * 4 + 3] = {};
-        Vec3f corners[4][3];
-        for (int lane = 0; lane < 4; ++lane) {
-            for (int c = 0; c < 3; ++c) corners[lane][c] = drawPoint(s, -1.0f, 1.0f);
-            if (lane == 1 && round % 3 == 0) corners[lane][2] = corners[lane][0] * 0.5f + corners[lane][1] * 0.5f;
-            if (lane == 2 && round % 5 == 0) corners[lane][1] = corners[lane][2] = corners[lane][0];
-            for (int c = 0; c < 3; ++c)
-                for (int a = 0; a < 3; ++a) rows[(c * 3 + a) * 4 + lane] = corners[lane][c][a];
-        }
-        const Vec3f q = drawPoint(s, -1.5f, 1.5f);
-        Closest4 four;
-        closestOnTriangles4(q, rows, 4, 4, four);
-        for (int lane = 0; lane < 4; ++lane) {
-            const TriangleClosest one = closestOnTriangle(q, corners[lane][0], corners[lane][1], corners[lane][2]);
-            ASSERT_EQ(floatBits(four.distanceSquared[lane]), floatBits(one.distanceSquared)) << round << " " << lane;
-            ASSERT_EQ(floatBits(four.b1[lane]), floatBits(one.b1));
-            ASSERT_EQ(floatBits(four.b2[lane]), floatBits(one.b2));
-            ASSERT_EQ((Vec3f{four.x[lane], four.y[lane], four.z[lane]}), one.point);
-        }
-    }
-}
-#endif
 
 TEST(MeshTree, ClosestPointRespectsMaxDistance) {
     const ScalpMesh plane = testing::grid(4, 1.0f);
