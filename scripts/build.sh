@@ -5,5 +5,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 dir=$1; shift
 # Let ccache share objects between clones of the repository in different folders.
 export CCACHE_BASEDIR="$root"
+# Debug info would otherwise tie the cached objects to the folder they were built in.
+export CCACHE_NOHASHDIR=1
 cmake -S "$root" -B "$root/$dir" -G Ninja "$@" >/dev/null
 cmake --build "$root/$dir" --parallel "$(nproc)"
