@@ -185,7 +185,9 @@ std::vector<float> readFloats(const nlohmann::json& value, const std::string& pa
     if (!value.is_array() || value.size() % tuple != 0) failTuples(path, tuple);
     const auto& elements = value.get_ref<const nlohmann::json::array_t&>();
     std::vector<float> out(elements.size());
+    // Above the largest float, numbers up to the rounding boundary still read as it.
     constexpr double kLargest = std::numeric_limits<float>::max();
+    constexpr double kBoundary = 0x1.ffffffp127;
     for (std::size_t i = 0; i < elements.size(); ++i) {
         const nlohmann::json& e = elements[i];
         double d = 0.0;
@@ -193,10 +195,10 @@ std::vector<float> readFloats(const nlohmann::json& value, const std::string& pa
         else if (e.is_number_unsigned()) d = static_cast<double>(e.get_ref<const std::uint64_t&>());
         else if (e.is_number_integer()) d = static_cast<double>(e.get_ref<const std::int64_t&>());
         else throw GroomFileError("groom file: '" + path + "' must hold numbers");
-        if (!(std::fabs(d) <= kLargest))
+        if (!(std::fabs(d) < kBoundary))
             throw GroomFileError("groom file: '" + path + "' holds a number beyond single precision at index " +
                                  std::to_string(i));
-        out[i] = static_cast<float>(d);
+        out[i] = static_cast<float>(std::clamp(d, -kLargest, kLargest));
     }
     return out;
 }
