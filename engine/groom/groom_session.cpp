@@ -162,13 +162,7 @@ void GroomSession::collectNotes(Graph& ran) {
 
 std::unique_ptr<Graph> GroomSession::copyGraph() const {
     std::unique_ptr<Graph> copy = graphFromJson(graphToJson(*graph_), *registry_, resolver_);
-    copy->setCacheLimit(graph_->cacheLimit());
-    for (const auto& [id, node] : copy->nodes()) {
-        const NodeId mine = graph_->findNode(copy->nodeName(id));
-        if (!mine || graph_->op(mine).type() != node.op->type()) continue;
-        copy->op(id).adoptState(graph_->op(mine));
-        copy->node(id).state = graph_->node(mine).state;
-    }
+    takeOverNodes(*copy, *graph_);
     return copy;
 }
 
@@ -192,16 +186,8 @@ std::shared_ptr<const StrandSet> GroomSession::join(DetachedEvaluation& detached
         stale_ = true;
         return nullptr;
     }
-    Graph& ran = *detached.graph_;
-    if (graph_) {
-        for (const auto& [id, node] : ran.nodes()) {
-            const NodeId mine = graph_->findNode(ran.nodeName(id));
-            if (!mine || graph_->op(mine).type() != node.op->type()) continue;
-            graph_->op(mine).adoptState(ran.op(id));
-            graph_->node(mine).state = node.state;
-        }
-    }
-    fold(detached.run_, detached.result_, ran);
+    if (graph_) takeOverNodes(*graph_, *detached.graph_);
+    fold(detached.run_, detached.result_, *detached.graph_);
     return lastStrands_;
 }
 

@@ -33,6 +33,16 @@ std::uint64_t nextItemStamp() {
     return ++counter;
 }
 
+void takeOverNodes(Graph& to, Graph& from) {
+    to.setCacheLimit(from.cacheLimit());
+    for (const auto& [id, node] : to.nodes()) {
+        const NodeId source = from.findNode(to.nodeName(id));
+        if (!source || from.op(source).type() != node.op->type()) continue;
+        to.op(id).adoptState(from.op(source));
+        to.node(id).state = from.node(source).state;
+    }
+}
+
 SessionResult runSession(Graph& graph, SessionRun& run) {
     SessionResult result;
     const std::map<NodeId, double> before = graph.nodeMs();

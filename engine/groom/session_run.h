@@ -70,6 +70,11 @@ struct SessionResult {
 /// A fresh stamp for a scene item: process-wide, so items of different sessions never share one.
 std::uint64_t nextItemStamp();
 
+/// Lets each node of `to` take over what the node of the same name and type in `from` holds:
+/// its operator's derived caches (adoptState) and its last results. Keys are content hashes,
+/// so a taken-over result is reused only where nothing it depends on changed.
+void takeOverNodes(Graph& to, Graph& from);
+
 /// Asks the graph for the node's value and, when following, carries the strands from the
 /// rest scalp onto the current one. Runs on any thread; touches only `graph` and `run`.
 SessionResult runSession(Graph& graph, SessionRun& run);

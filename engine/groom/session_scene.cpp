@@ -74,7 +74,8 @@ void GroomSession::updateActiveHierarchy() {
     if (guidesVersion_ != publishedGuidesVersion_) {
         publishedGuidesVersion_ = guidesVersion_;
         if (scene_->guides.empty()) catalog_.erase("guides");
-        else catalog_.set("guides", flatGuideSet(scene_->guides, scalp_.get()), nextItemStamp());
+        else catalog_.set("guides", flatGuideSet(scene_->guides, (scene_->followScalp ? rest_ : scalp_).get()),
+                          nextItemStamp());
     }
 }
 
@@ -142,17 +143,9 @@ void GroomSession::setGraphJson(std::string_view text) {
         document = parseDocument(text, "graph");
         next = graphFromJson(document, *registry_, resolver_);
     }
-    if (next && graph_) {
-        // Nodes that stay keep their derived caches and last results: an unchanged node's key
-        // is unchanged, so a small edit re-evaluates only what it touched.
-        next->setCacheLimit(graph_->cacheLimit());
-        for (const auto& [id, node] : next->nodes()) {
-            const NodeId old = graph_->findNode(next->nodeName(id));
-            if (!old || graph_->op(old).type() != node.op->type()) continue;
-            next->op(id).adoptState(graph_->op(old));
-            next->node(id).state = graph_->node(old).state;
-        }
-    }
+    // Nodes that stay keep their caches and last results, so a small edit re-evaluates only
+    // what it touched.
+    if (next && graph_) takeOverNodes(*next, *graph_);
     graph_ = std::move(next);
     scene_->graph = std::move(document);
 }
