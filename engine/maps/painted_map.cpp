@@ -53,7 +53,8 @@ void readVertexValues(const json& value, const std::string& where, PaintedMap& m
     }
     const std::uint64_t points = map.values.size() / k;
     if (const auto count = value.find("vertexCount"); count != value.end()) {
-        if (!count->is_number_unsigned()) fail(where + ".vertexCount must be a whole number");
+        if (!count->is_number_integer() || count->get<std::int64_t>() < 0)
+            fail(where + ".vertexCount must be a whole number");
         map.vertexCount = count->get<std::uint64_t>();
         if (map.vertexCount != points)
             fail("'" + path + "' holds " + std::to_string(points) + " points for a vertexCount of " +
