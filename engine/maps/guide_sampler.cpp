@@ -20,6 +20,7 @@ public:
         return {v, v, v, 1.0f};
     }
     std::uint64_t stamp() const override { return combine(0x6E1D, layer_->stamp()); }
+    bool readsPosition() const override { return true; }
 
 private:
     std::shared_ptr<const GuideLayer> layer_;

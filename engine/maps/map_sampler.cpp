@@ -106,7 +106,7 @@ private:
 
 }  // namespace
 
-RootSample rootSample(const ScalpMesh* scalp, const StrandSet& strands, std::size_t strand) {
+RootSample rootSample(const ScalpMesh* scalp, const StrandSet& strands, std::size_t strand, bool withPosition) {
     RootSample s;
     const StrandRoot root = strands.roots()[strand];
     if (onScalp(scalp, root.face)) {
@@ -114,11 +114,11 @@ RootSample rootSample(const ScalpMesh* scalp, const StrandSet& strands, std::siz
         s.b1 = root.u;
         s.b2 = root.v;
         s.uv = scalp->uvAt(root.face, root.u, root.v);
-        s.position = scalp->positionAt(root.face, root.u, root.v);
+        if (withPosition) s.position = scalp->positionAt(root.face, root.u, root.v);
         return s;
     }
     const PointRange range = strands.pointRange(strand);
-    if (range.size() > 0) s.position = strands.points()[range.begin];
+    if (withPosition && range.size() > 0) s.position = strands.points()[range.begin];
     return s;
 }
 

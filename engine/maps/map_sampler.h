@@ -29,7 +29,8 @@ struct RootSample {
 
 /// The root of strand `strand`: UV and position from the scalp when the root lies on one of
 /// its triangles; otherwise face -1 and the strand's first point (the origin without points).
-RootSample rootSample(const ScalpMesh* scalp, const StrandSet& strands, std::size_t strand);
+/// `withPosition` false leaves the position out (0) for samplers that don't read it.
+RootSample rootSample(const ScalpMesh* scalp, const StrandSet& strands, std::size_t strand, bool withPosition = true);
 
 /// A map that gives a colour at a root.
 class MapSampler {
@@ -41,6 +42,8 @@ public:
     virtual Rgba mean() const = 0;
     /// What the map contributes to cache keys: it changes when the map's content does.
     virtual std::uint64_t stamp() const = 0;
+    /// Whether sample() reads the root's position (the others read face, weights and UV).
+    virtual bool readsPosition() const { return false; }
 };
 
 /// The channel an expression's map() asks for, 0 r, 1 g, 2 b, 3 a, 4 luminance, as a component.

@@ -62,10 +62,14 @@ float pointParameter(const StrandSet& strands, std::size_t strand, std::size_t p
 
 FieldMap::FieldMap(std::shared_ptr<const MapSampler> sampler, std::shared_ptr<const ScalpMesh> scalp,
                    MapComponent component, float low, float high)
-    : ScalarField(low, high), sampler_(std::move(sampler)), scalp_(std::move(scalp)), component_(component) {}
+    : ScalarField(low, high),
+      sampler_(std::move(sampler)),
+      scalp_(std::move(scalp)),
+      component_(component),
+      readsPosition_(sampler_->readsPosition()) {}
 
 Rgba FieldMap::sample(const StrandSet& strands, std::size_t strand) const {
-    return sampler_->sample(rootSample(scalp_.get(), strands, strand));
+    return sampler_->sample(rootSample(scalp_.get(), strands, strand, readsPosition_));
 }
 
 float FieldMap::rawStrand(const StrandSet& strands, std::size_t strand) const {

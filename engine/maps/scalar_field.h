@@ -77,6 +77,7 @@ private:
     std::shared_ptr<const MapSampler> sampler_;
     std::shared_ptr<const ScalpMesh> scalp_;
     MapComponent component_;
+    bool readsPosition_;
 };
 
 /// A channel of the strands, read from whatever set is handed in: a point channel of that

@@ -52,28 +52,48 @@ float luminance(const Rgba& c) {
     return 0.2126f * c[0] + 0.7152f * c[1] + 0.0722f * c[2];
 }
 
-Rgba Texture::Tile::sample(float u, float v) const {
-    if (pixels.empty()) return {};
-    // Texel centres at (i + 0.5) / size; v = 0 is the bottom row, which is the file's last.
-    const float x = u * static_cast<float>(width) - 0.5f;
-    const float y = (1.0f - v) * static_cast<float>(height) - 0.5f;
-    const float fx0 = std::floor(x), fy0 = std::floor(y);
-    const float fx = x - fx0, fy = y - fy0;
-    const int x0 = std::clamp(static_cast<int>(fx0), 0, width - 1);
-    const int x1 = std::clamp(static_cast<int>(fx0) + 1, 0, width - 1);
-    const int y0 = std::clamp(static_cast<int>(fy0), 0, height - 1);
-    const int y1 = std::clamp(static_cast<int>(fy0) + 1, 0, height - 1);
-    const std::size_t row = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
-    const float* r0 = pixels.data() + static_cast<std::size_t>(y0) * row;
-    const float* r1 = pixels.data() + static_cast<std::size_t>(y1) * row;
-    const std::size_t c0 = static_cast<std::size_t>(x0 * channels), c1 = static_cast<std::size_t>(x1 * channels);
+namespace {
+
+/// floor(x) for x above -2^31, without a library call.
+inline int floorToInt(float x) {
+    const int i = static_cast<int>(x);
+    return x < static_cast<float>(i) ? i - 1 : i;
+}
+
+/// The bilinear blend of C channels between two rows: top and bottom texel pairs at c0, c1.
+template <int C>
+Rgba blendTexels(const float* r0, const float* r1, std::size_t c0, std::size_t c1, float fx, float fy) {
     float out[4];
-    for (int c = 0; c < channels; ++c) {
+    for (int c = 0; c < C; ++c) {
         const float top = r0[c0 + c] + (r0[c1 + c] - r0[c0 + c]) * fx;
         const float bottom = r1[c0 + c] + (r1[c1 + c] - r1[c0 + c]) * fx;
         out[c] = top + (bottom - top) * fy;
     }
-    return expand(out, channels);
+    return expand(out, C);
+}
+
+}  // namespace
+
+Rgba Texture::Tile::sample(float u, float v) const {
+    if (pixels.empty()) return {};
+    // Texel centres at (i + 0.5) / size; v = 0 is the bottom row, which is the file's last.
+    // u and v lie in [0, 1] here, so the texel coordinates are small and the casts exact.
+    const float x = u * static_cast<float>(width) - 0.5f;
+    const float y = (1.0f - v) * static_cast<float>(height) - 0.5f;
+    const int ix = floorToInt(x), iy = floorToInt(y);
+    const float fx = x - static_cast<float>(ix), fy = y - static_cast<float>(iy);
+    const int x0 = std::clamp(ix, 0, width - 1), x1 = std::clamp(ix + 1, 0, width - 1);
+    const int y0 = std::clamp(iy, 0, height - 1), y1 = std::clamp(iy + 1, 0, height - 1);
+    const std::size_t row = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
+    const float* r0 = pixels.data() + static_cast<std::size_t>(y0) * row;
+    const float* r1 = pixels.data() + static_cast<std::size_t>(y1) * row;
+    const std::size_t c0 = static_cast<std::size_t>(x0 * channels), c1 = static_cast<std::size_t>(x1 * channels);
+    switch (channels) {
+        case 1: return blendTexels<1>(r0, r1, c0, c1, fx, fy);
+        case 2: return blendTexels<2>(r0, r1, c0, c1, fx, fy);
+        case 3: return blendTexels<3>(r0, r1, c0, c1, fx, fy);
+        default: return blendTexels<4>(r0, r1, c0, c1, fx, fy);
+    }
 }
 
 Rgba Texture::Tile::mean() const {
@@ -191,9 +211,9 @@ Rgba Texture::sample(float u, float v) const {
         v = v >= 0.0f ? (v <= 1.0f ? v : 1.0f) : 0.0f;
         return slots_[0].load(std::memory_order_acquire)->sample(u, v);
     }
-    const std::optional<int> tile = udimTile(u, v);
-    if (!tile) return {};
-    return tileFor(*tile - kFirstUdim)->sample(u - std::floor(u), v - std::floor(v));
+    if (!(u >= 0.0f && u < 10.0f && v >= 0.0f && v < 100.0f)) return {};
+    const int column = static_cast<int>(u), row = static_cast<int>(v);  // floors: both are positive
+    return tileFor(column + 10 * row)->sample(u - static_cast<float>(column), v - static_cast<float>(row));
 }
 
 const Texture::Tile* Texture::firstTile() const {
