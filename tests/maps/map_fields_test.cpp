@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "core/errors.h"
 #include "core/expect_text.h"
 #include "maps/expression_map.h"
@@ -269,6 +271,20 @@ TEST(ExpressionMaps, TheEnvironmentCarriesSurfaceShapeAndIdentity) {
     EXPECT_FLOAT_EQ(get("time", 0), 0.5f);
     EXPECT_FLOAT_EQ(get("rand", 3), strandRandom(103));
     EXPECT_NE(get("rand", 3), get("rand", 2));
+    // A bent strand off the scalp: it stands on its first segment.
+    StrandSet bent;
+    bent.addStrand(7, {}, std::vector<Vec3f>{{0, 0, 0}, {0, 0, 1}, {1, 0, 1}});
+    const auto shape = [&](const char* text) {
+        return std::dynamic_pointer_cast<const ExpressionMap>(fieldFromParam("p", mapRef(kExpression, text), s.context))
+            ->evaluate(bent, 0);
+    };
+    EXPECT_NEAR(shape("length"), 2.0f, 1e-6f);
+    EXPECT_NEAR(shape("reach"), std::sqrt(2.0f), 1e-6f);
+    EXPECT_NEAR(shape("straightness"), std::sqrt(2.0f) / 2.0f, 1e-6f);
+    EXPECT_NEAR(shape("lift"), 1.0f, 1e-6f);
+    EXPECT_NEAR(shape("tipx + 10 * faceId"), -9.0f, 1e-6f);
+    EXPECT_NEAR(shape("pt"), 0.0f, 1e-6f);
+
     const PointRange range = s.strands.pointRange(4);
     EXPECT_FLOAT_EQ(get("pointIndex", 4, range.begin + 2), 2.0f);
     EXPECT_NEAR(get("pz", 4, range.begin + 2), 1.0f, 1e-6f);

@@ -104,6 +104,26 @@ TEST_F(TextureCacheTest, TileLoadsCountTowardsTheLimit) {
     EXPECT_EQ(cache.stats().entries, 2u);
 }
 
+TEST_F(TextureCacheTest, LoadingATileCountsAsUse) {
+    testing::writePng(folder.file("t.1001.png"), testing::flatImage(256, 256, 1, 50));
+    testing::writePng(folder.file("t.1002.png"), testing::flatImage(256, 256, 1, 50));
+    const std::string pattern = folder.file("t.<UDIM>.png");
+    auto tiles = cache.acquire(pattern);
+    tiles->sample(0.5f, 0.5f);
+    const std::string a = image("a"), b = image("b");
+    cache.acquire(a);
+    cache.acquire(b);
+    tiles->sample(1.5f, 0.5f);  // the tile set is now used after a and b
+    tiles.reset();
+    cache.acquire(image("c"));  // 1.25 MiB: the least recently used, a, goes
+    const auto misses = cache.stats().misses;
+    cache.acquire(pattern);
+    cache.acquire(b);
+    EXPECT_EQ(cache.stats().misses, misses);
+    cache.acquire(a);
+    EXPECT_EQ(cache.stats().misses, misses + 1);
+}
+
 TEST_F(TextureCacheTest, AFileWrittenAgainIsReadAgain) {
     const std::string path = folder.file("paint.png");
     testing::writePng(path, testing::flatImage(2, 2, 1, 10));
