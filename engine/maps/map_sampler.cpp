@@ -1,5 +1,6 @@
 #include "maps/map_sampler.h"
 
+#include <span>
 #include <vector>
 
 #include "core/hash.h"
@@ -10,6 +11,16 @@ namespace {
 
 bool onScalp(const ScalpMesh* scalp, std::int32_t face) {
     return scalp && face >= 0 && static_cast<std::size_t>(face) < scalp->triangleCount();
+}
+
+/// The mean of some colours; 0 for none.
+Rgba meanColour(std::span<const Rgba> colours) {
+    Rgba sum{};
+    for (const Rgba& c : colours)
+        for (int k = 0; k < 4; ++k) sum[k] += c[k];
+    if (!colours.empty())
+        for (float& k : sum) k /= static_cast<float>(colours.size());
+    return sum;
 }
 
 /// Blends three corner colours with the root's weights.
@@ -46,14 +57,7 @@ public:
         const auto& c = *colors_;
         return blend(c[corner], c[corner + 1], c[corner + 2], root.b1, root.b2);
     }
-    Rgba mean() const override {
-        Rgba sum{};
-        for (const ScalpMesh::Color& c : *colors_)
-            for (int k = 0; k < 4; ++k) sum[k] += c[k];
-        if (!colors_->empty())
-            for (float& k : sum) k /= static_cast<float>(colors_->size());
-        return sum;
-    }
+    Rgba mean() const override { return meanColour(*colors_); }
     std::uint64_t stamp() const override { return combine(0xC5E7, hash_); }
 
 private:
@@ -70,15 +74,7 @@ public:
         const std::size_t k = static_cast<std::size_t>(map.channels);
         const std::size_t points = k == 0 ? 0 : map.values.size() / k;
         rgba_.resize(points);
-        for (std::size_t p = 0; p < points; ++p) {
-            const float* v = map.values.data() + p * k;
-            switch (k) {
-                case 1: rgba_[p] = {v[0], v[0], v[0], 1.0f}; break;
-                case 2: rgba_[p] = {v[0], v[0], v[0], v[1]}; break;
-                case 3: rgba_[p] = {v[0], v[1], v[2], 1.0f}; break;
-                default: rgba_[p] = {v[0], v[1], v[2], v[3]}; break;
-            }
-        }
+        for (std::size_t p = 0; p < points; ++p) rgba_[p] = expandChannels(map.values.data() + p * k, map.channels);
     }
     Rgba sample(const RootSample& root) const override {
         if (!onScalp(scalp_.get(), root.face)) return {};
@@ -88,14 +84,7 @@ public:
         };
         return blend(at(t[0]), at(t[1]), at(t[2]), root.b1, root.b2);
     }
-    Rgba mean() const override {
-        Rgba sum{};
-        for (const Rgba& c : rgba_)
-            for (int k = 0; k < 4; ++k) sum[k] += c[k];
-        if (!rgba_.empty())
-            for (float& k : sum) k /= static_cast<float>(rgba_.size());
-        return sum;
-    }
+    Rgba mean() const override { return meanColour(rgba_); }
     std::uint64_t stamp() const override { return combine(combine(0x7E8, stamp_), scalp_->topologyHash()); }
 
 private:

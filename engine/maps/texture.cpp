@@ -13,27 +13,12 @@
 namespace tressora {
 
 /// One decoded image: rows from the top, channels interleaved.
-struct Texture::Tile {
-    int width = 0;
-    int height = 0;
-    int channels = 0;
-    std::vector<float> pixels;
-
+struct Texture::Tile : ImageData {
     Rgba sample(float u, float v) const;
     Rgba mean() const;
 };
 
 namespace {
-
-/// Expands the first `channels` values of c to RGBA.
-Rgba expand(const float* c, int channels) {
-    switch (channels) {
-        case 1: return {c[0], c[0], c[0], 1.0f};
-        case 2: return {c[0], c[0], c[0], c[1]};
-        case 3: return {c[0], c[1], c[2], 1.0f};
-        default: return {c[0], c[1], c[2], c[3]};
-    }
-}
 
 /// A hash of a file's modification time and size; 0 for a file that can't be inspected.
 std::uint64_t fileStamp(const std::filesystem::path& file) {
@@ -46,6 +31,15 @@ std::uint64_t fileStamp(const std::filesystem::path& file) {
 }
 
 }  // namespace
+
+Rgba expandChannels(const float* c, int channels) {
+    switch (channels) {
+        case 1: return {c[0], c[0], c[0], 1.0f};
+        case 2: return {c[0], c[0], c[0], c[1]};
+        case 3: return {c[0], c[1], c[2], 1.0f};
+        default: return {c[0], c[1], c[2], c[3]};
+    }
+}
 
 float luminance(const Rgba& c) {
     if (c[0] == c[1] && c[1] == c[2]) return c[0];
@@ -69,7 +63,7 @@ Rgba blendTexels(const float* r0, const float* r1, std::size_t c0, std::size_t c
         const float bottom = r1[c0 + c] + (r1[c1 + c] - r1[c0 + c]) * fx;
         out[c] = top + (bottom - top) * fy;
     }
-    return expand(out, C);
+    return expandChannels(out, C);
 }
 
 }  // namespace
@@ -99,11 +93,13 @@ Rgba Texture::Tile::sample(float u, float v) const {
 Rgba Texture::Tile::mean() const {
     if (pixels.empty()) return {};
     double sum[4] = {0, 0, 0, 0};
-    const std::size_t count = pixels.size() / static_cast<std::size_t>(channels);
-    for (std::size_t i = 0; i < pixels.size(); ++i) sum[i % static_cast<std::size_t>(channels)] += pixels[i];
+    const std::size_t step = static_cast<std::size_t>(channels);
+    const std::size_t count = pixels.size() / step;
+    for (std::size_t i = 0; i < pixels.size(); i += step)
+        for (std::size_t c = 0; c < step; ++c) sum[c] += pixels[i + c];
     float avg[4];
     for (int c = 0; c < channels; ++c) avg[c] = static_cast<float>(sum[c] / static_cast<double>(count));
-    return expand(avg, channels);
+    return expandChannels(avg, channels);
 }
 
 const Texture::Tile* Texture::emptyTile() {
@@ -119,19 +115,22 @@ Texture::Texture(int width, int height, int channels, std::vector<float> data) {
     if (!sized || data.size() != static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
                                      static_cast<std::size_t>(channels))
         throw TextureError("Texture: size does not match its data");
-    auto tile = std::make_unique<Tile>();
-    tile->width = width;
-    tile->height = height;
-    tile->channels = channels;
-    tile->pixels = std::move(data);
     std::uint64_t h = combine(combine(combine(0x7E47, static_cast<std::uint64_t>(width)), static_cast<std::uint64_t>(height)),
-                            static_cast<std::uint64_t>(channels));
-    for (float f : tile->pixels) h = combine(h, floatBits(f));
+                              static_cast<std::uint64_t>(channels));
+    for (float f : data) h = combine(h, floatBits(f));
     stamp_ = h;
-    bytes_ = tile->pixels.size() * sizeof(float);
     slots_ = std::make_unique<std::atomic<const Tile*>[]>(1);
-    slots_[0].store(tile.get(), std::memory_order_release);
+    keep(0, ImageData{width, height, channels, std::move(data)});
+}
+
+const Texture::Tile* Texture::keep(int slot, ImageData image) const {
+    auto tile = std::make_unique<Tile>();
+    static_cast<ImageData&>(*tile) = std::move(image);
+    bytes_.fetch_add(tile->pixels.size() * sizeof(float), std::memory_order_relaxed);
+    const Tile* kept = tile.get();
     owned_.push_back(std::move(tile));
+    slots_[slot].store(kept, std::memory_order_release);
+    return kept;
 }
 
 std::shared_ptr<Texture> Texture::open(const std::string& path) {
@@ -139,16 +138,8 @@ std::shared_ptr<Texture> Texture::open(const std::string& path) {
     texture->path_ = normalizeUdimTokens(path);
     std::uint64_t stamp = combineText(0x7E47, texture->path_);
     if (!isUdimPattern(texture->path_)) {
-        ImageData image = readImageFile(texture->path_);
-        auto tile = std::make_unique<Tile>();
-        tile->width = image.width;
-        tile->height = image.height;
-        tile->channels = image.channels;
-        tile->pixels = std::move(image.pixels);
-        texture->bytes_ = tile->pixels.size() * sizeof(float);
         texture->slots_ = std::make_unique<std::atomic<const Tile*>[]>(1);
-        texture->slots_[0].store(tile.get(), std::memory_order_release);
-        texture->owned_.push_back(std::move(tile));
+        texture->keep(0, readImageFile(texture->path_));
         texture->fileStamp_ = fileStamp(pathFromUtf8(texture->path_));
         texture->stamp_ = combine(stamp, texture->fileStamp_);
         return texture;
@@ -185,16 +176,7 @@ const Texture::Tile* Texture::loadTile(int index) const {
         if (tile) return tile;
         if (const auto failed = failures_.find(index); failed != failures_.end()) throw TextureError(failed->second);
         try {
-            ImageData image = readImageFile(udimTilePath(path_, kFirstUdim + index));
-            auto loaded = std::make_unique<Tile>();
-            loaded->width = image.width;
-            loaded->height = image.height;
-            loaded->channels = image.channels;
-            loaded->pixels = std::move(image.pixels);
-            bytes_.fetch_add(loaded->pixels.size() * sizeof(float), std::memory_order_relaxed);
-            tile = loaded.get();
-            owned_.push_back(std::move(loaded));
-            slots_[index].store(tile, std::memory_order_release);
+            tile = keep(index, readImageFile(udimTilePath(path_, kFirstUdim + index)));
         } catch (const TextureError& e) {
             failures_.emplace(index, e.what());
             throw;

@@ -29,6 +29,8 @@ using Rgba = std::array<float, 4>;
 
 /// Rec. 709 luminance of a colour; exactly the grey for a grey colour.
 float luminance(const Rgba& c);
+/// The first `channels` (1 to 4) values of c as RGBA, by the rule above.
+Rgba expandChannels(const float* c, int channels);
 
 class Texture {
 public:
@@ -86,6 +88,8 @@ private:
     static const Tile* emptyTile();
     const Tile* tileFor(int index) const;
     const Tile* loadTile(int index) const;
+    /// Takes a decoded image into slot `slot`; under mutex_ once the texture is shared.
+    const Tile* keep(int slot, ImageData image) const;
     const Tile* firstTile() const;
 
     std::string path_;
