@@ -39,11 +39,17 @@ std::optional<int> udimTile(float u, float v) {
 }
 
 std::string udimTilePath(std::string_view pattern, int tile) {
-    const std::size_t at = pattern.find(kUdimToken);
-    if (at == std::string_view::npos) throw TextureError(std::string(kMissingToken));
-    std::string out(pattern.substr(0, at));
-    out += std::to_string(tile);
-    out += pattern.substr(at + kUdimToken.size());
+    if (!isUdimPattern(pattern)) throw TextureError(std::string(kMissingToken));
+    const std::string number = std::to_string(tile);
+    std::string out;
+    std::size_t from = 0;
+    for (std::size_t at = pattern.find(kUdimToken); at != std::string_view::npos;
+         at = pattern.find(kUdimToken, from)) {
+        out += pattern.substr(from, at - from);
+        out += number;
+        from = at + kUdimToken.size();
+    }
+    out += pattern.substr(from);
     return out;
 }
 

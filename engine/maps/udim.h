@@ -26,7 +26,7 @@ bool isUdimPattern(std::string_view path);
 /// v outside [0, 100) or either is not a number. A u of exactly 1 lies in the next tile.
 std::optional<int> udimTile(float u, float v);
 
-/// The file of one tile: the pattern with its "<UDIM>" replaced by the number. Throws
+/// The file of one tile: the pattern with each "<UDIM>" replaced by the number. Throws
 /// TextureError "Texture: a UDIM pattern needs <UDIM>" when the pattern has no token.
 std::string udimTilePath(std::string_view pattern, int tile);
 

@@ -158,7 +158,7 @@ TEST(Udim, PatternsTokensAndTilePaths) {
     EXPECT_EQ(normalizeUdimTokens("a/head.png"), "a/head.png");
     EXPECT_TRUE(isUdimPattern("x.<UDIM>.tif"));
     EXPECT_FALSE(isUdimPattern("x.<udim>.tif"));  // only after normalising
-    EXPECT_EQ(udimTilePath("maps/<UDIM>/head.<UDIM>.png", 1012), "maps/1012/head.<UDIM>.png");
+    EXPECT_EQ(udimTilePath("maps/<UDIM>/head.<UDIM>.png", 1012), "maps/1012/head.1012.png");
     EXPECT_EQ(udimPatternOf("maps/v1001/head_1002.png"), "maps/v1001/head_<UDIM>.png");
     EXPECT_EQ(udimPatternOf("head.1011.2048.png"), "head.<UDIM>.2048.png");
     const std::string message = "Texture: a UDIM pattern needs <UDIM>";
