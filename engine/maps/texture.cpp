@@ -1,7 +1,6 @@
 #include "maps/texture.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <system_error>
@@ -30,6 +29,12 @@ std::uint64_t fileStamp(const std::filesystem::path& file) {
     return combine(hash64(static_cast<std::uint64_t>(time.time_since_epoch().count())), size);
 }
 
+/// floor(x) for x above -2^31, without a library call.
+inline int floorToInt(float x) {
+    const int i = static_cast<int>(x);
+    return x < static_cast<float>(i) ? i - 1 : i;
+}
+
 }  // namespace
 
 Rgba expandChannels(const float* c, int channels) {
@@ -47,12 +52,6 @@ float luminance(const Rgba& c) {
 }
 
 namespace {
-
-/// floor(x) for x above -2^31, without a library call.
-inline int floorToInt(float x) {
-    const int i = static_cast<int>(x);
-    return x < static_cast<float>(i) ? i - 1 : i;
-}
 
 /// The bilinear blend of C channels between two rows: top and bottom texel pairs at c0, c1.
 template <int C>
