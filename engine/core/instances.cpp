@@ -15,7 +15,7 @@ bool isBuiltinPrototype(std::string_view name) {
 
 void checkStoredPrototype(const InstancePrototype& prototype) {
     const std::size_t count = prototype.points.size();
-    for (const MeshTriangle& triangle : prototype.triangles) {
+    for (const IndexTriangle& triangle : prototype.triangles) {
         for (std::uint32_t corner : triangle) {
             if (corner >= count) throw GroomFileError("groom file: a prototype's triangle names a point it does not have");
         }
@@ -162,7 +162,7 @@ ScaleMesh bakeScaleMesh(const InstanceSet& set, const PrototypeLookup& lookup, c
                 if (k < prototype->uvs.size()) mesh.uvs[p0 + k] = prototype->uvs[k];
             }
             for (std::size_t k = 0; k < prototype->triangles.size(); ++k) {
-                const MeshTriangle& triangle = prototype->triangles[k];
+                const IndexTriangle& triangle = prototype->triangles[k];
                 for (int c = 0; c < 3; ++c) mesh.triangles[t0 + k][c] = static_cast<std::uint32_t>(p0 + triangle[c]);
                 mesh.faceColours[t0 + k] = instance.colour;
             }

@@ -25,14 +25,14 @@ struct MeshUv {
 };
 
 /// Three point indices of one triangle, counter-clockwise seen from its front.
-using MeshTriangle = std::array<std::uint32_t, 3>;
+using IndexTriangle = std::array<std::uint32_t, 3>;
 
 /// A mesh to place on strands. Its local frame: +X runs along the strand from the root,
 /// +Y along the skin normal, +Z is their cross product. `plateLength` and `plateHeight` are
 /// the extent of the plate along +X and +Y, in the prototype's own units.
 struct InstancePrototype {
     std::vector<Vec3f> points;
-    std::vector<MeshTriangle> triangles;
+    std::vector<IndexTriangle> triangles;
     std::vector<MeshUv> uvs;  ///< empty, or one per point
     float plateLength = 1.0f;
     float plateHeight = 1.0f;
@@ -118,7 +118,7 @@ struct ScaleRecord {
 /// All instances of a frame baked into one mesh.
 struct ScaleMesh {
     std::vector<Vec3f> points;
-    std::vector<MeshTriangle> triangles;
+    std::vector<IndexTriangle> triangles;
     std::vector<MeshUv> uvs;           ///< one per point (zero where the prototype has none)
     std::vector<Vec3f> faceColours;    ///< one per triangle: its instance's colour
     std::vector<Vec3f> normals;        ///< empty, or one per point

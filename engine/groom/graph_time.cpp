@@ -30,14 +30,14 @@ bool containsWord(std::string_view text, std::string_view word) {
     return false;
 }
 
-// An expression reads time when its program does; text that does not compile on its own
-// (it needs its node's variables, or is a script) is judged by its words.
+// An expression reads time when its program does (aliases such as $F included); text that
+// does not compile on its own (it needs its node's variables, or is a script) is judged by
+// its words.
 bool textReadsTime(const std::string& text) {
-    if (!containsWord(text, "frame") && !containsWord(text, "time")) return false;
     try {
         return Expression::compile(text, {}, ExpressionWant::Either)->readsTime();
     } catch (const ExpressionError&) {
-        return true;
+        return containsWord(text, "frame") || containsWord(text, "time");
     }
 }
 

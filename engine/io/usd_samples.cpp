@@ -180,7 +180,7 @@ std::vector<std::uint32_t> triangleOwners(const ScaleMesh& mesh) {
 std::vector<Vec3f> pointNormals(const ScaleMesh& mesh) {
     if (mesh.normals.size() == mesh.points.size()) return mesh.normals;
     std::vector<Vec3f> normals(mesh.points.size());
-    for (const MeshTriangle& t : mesh.triangles) {
+    for (const IndexTriangle& t : mesh.triangles) {
         if (t[0] >= normals.size() || t[1] >= normals.size() || t[2] >= normals.size()) continue;
         const Vec3f n = cross(mesh.points[t[1]] - mesh.points[t[0]], mesh.points[t[2]] - mesh.points[t[0]]);
         for (std::uint32_t corner : t) normals[corner] += n;

@@ -88,8 +88,5 @@ std::shared_ptr<const ScalarField> fieldFromParam(const std::string& name, const
 
 /// Whether a param value is an expression map that reads `frame` or `time`.
 bool paramReadsTime(const ParamValue& value);
-/// Whether any param of the graph's nodes, or of the nodes inside them, reads `frame` or
-/// `time` through an expression map: such a graph changes from frame to frame.
-bool graphReadsTime(const Graph& graph);
 
 }  // namespace tressora

@@ -103,7 +103,7 @@ TEST(ScaleMeshBake, PlacesEveryKnownInstanceAndLeavesUnknownOnesOut) {
     EXPECT_EQ(bent.load(), 1);
     ASSERT_EQ(mesh.points.size(), 6u);
     ASSERT_EQ(mesh.triangles.size(), 2u);
-    EXPECT_EQ(mesh.triangles[1], (MeshTriangle{3, 4, 5}));
+    EXPECT_EQ(mesh.triangles[1], (IndexTriangle{3, 4, 5}));
     EXPECT_EQ(mesh.points[4], (Vec3f{4, 0, 0}));
     EXPECT_EQ(mesh.uvs[5], (MeshUv{0, 1}));
     EXPECT_EQ(mesh.faceColours[0], (Vec3f{1, 1, 1}));

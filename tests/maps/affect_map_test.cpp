@@ -82,17 +82,12 @@ TEST_F(AffectMaps, WithoutMapFieldsAMapAffectsEverything) {
     for (float dx : moved(testing::mapRef(MapSource::ColorSet, "tint"))) EXPECT_FLOAT_EQ(dx, 1.0f);
 }
 
-TEST_F(AffectMaps, AGraphReadsTimeOnlyThroughAnExpressionOnTheFrame) {
-    EXPECT_FALSE(graphReadsTime(graph));
-    graph.setParam(shift, "amount", testing::mapRef(MapSource::Expression, "u * 2"));
-    graph.setParam(shift, "affect", testing::mapRef(MapSource::ColorSet, "frame"));
-    EXPECT_FALSE(graphReadsTime(graph));
-    graph.setParam(shift, "affect", testing::mapRef(MapSource::Expression, "clamp(time, 0, 1)"));
-    EXPECT_TRUE(graphReadsTime(graph));
-    graph.setParam(shift, "affect", testing::mapRef(MapSource::Expression, "$F > 10"));
-    EXPECT_TRUE(graphReadsTime(graph));
-    graph.setParam(shift, "affect", testing::mapRef(MapSource::Expression, "frame +"));  // no program, no frame
-    EXPECT_FALSE(graphReadsTime(graph));
+TEST(ParamTime, OnlyExpressionsOnTheFrameReadTime) {
+    EXPECT_FALSE(paramReadsTime(testing::mapRef(MapSource::Expression, "u * 2")));
+    EXPECT_FALSE(paramReadsTime(testing::mapRef(MapSource::ColorSet, "frame")));
+    EXPECT_TRUE(paramReadsTime(testing::mapRef(MapSource::Expression, "clamp(time, 0, 1)")));
+    EXPECT_TRUE(paramReadsTime(testing::mapRef(MapSource::Expression, "$F > 10")));
+    EXPECT_FALSE(paramReadsTime(testing::mapRef(MapSource::Expression, "frame +")));  // no program, no frame
     EXPECT_TRUE(paramReadsTime(testing::mapRef(MapSource::Expression, "[frame, 0, 0]")));
     EXPECT_FALSE(paramReadsTime(ParamValue(2.0)));
 }
