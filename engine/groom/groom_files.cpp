@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "core/errors.h"
+#include "core/file_replace.h"
 
 namespace tressora {
 
@@ -30,7 +31,7 @@ std::string readWholeFile(const std::string& path) {
     return text;
 }
 
-void replaceFile(const std::string& path, std::string_view text) {
+void writeFileWhole(const std::string& path, std::string_view text) {
     const fs::path target = pathFromUtf8(path);
     fs::path temporary = target;
     temporary += ".tmp";
@@ -44,17 +45,9 @@ void replaceFile(const std::string& path, std::string_view text) {
             throw GroomFileError("cannot write '" + path + "'");
         }
     }
-    std::error_code error;
-    fs::rename(temporary, target, error);
-    if (error) {
-        // Some systems refuse to rename over an existing file: remove it and try once more.
-        fs::remove(target, ignored);
-        error.clear();
-        fs::rename(temporary, target, error);
-    }
-    if (error) {
+    if (const std::string error = replaceFile(temporary.string(), target.string()); !error.empty()) {
         fs::remove(temporary, ignored);
-        throw GroomFileError("cannot replace '" + path + "': " + error.message());
+        throw GroomFileError("cannot replace '" + path + "': " + error);
     }
 }
 

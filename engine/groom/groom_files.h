@@ -20,6 +20,6 @@ std::string readWholeFile(const std::string& path);
 /// rename: removes the target and renames again). Failures are GroomFileError "cannot write
 /// '<path>'" or "cannot replace '<path>': <system message>"; after a failure an existing
 /// target is as it was (unless only the second rename failed) and no temporary file is left.
-void replaceFile(const std::string& path, std::string_view text);
+void writeFileWhole(const std::string& path, std::string_view text);
 
 }  // namespace tressora

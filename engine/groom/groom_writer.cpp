@@ -133,6 +133,6 @@ std::string groomText(const GroomScene& scene) {
     return dump(groomTree(scene, inlined));
 }
 
-void writeGroom(const std::string& path, const GroomScene& scene) { replaceFile(path, groomText(scene)); }
+void writeGroom(const std::string& path, const GroomScene& scene) { writeFileWhole(path, groomText(scene)); }
 
 }  // namespace tressora
