@@ -93,6 +93,8 @@ void findNeighbours(RelaxState& st, int current, const BorderLookup& border) {
         std::array<float, kNeighbours + 1> d2;
         std::vector<std::pair<std::uint32_t, float>> scratch;
         for (std::size_t j = lo; j < hi; ++j) {
+            // A frozen root neither moves nor is asked about its neighbours again.
+            if (st.frozen[j] >= 0) continue;
             const std::size_t n = index.kNearest(pos[j], kNeighbours + 1, found.data(), d2.data());
             std::size_t out = 0;
             for (std::size_t k = 0; k < n && out < kNeighbours; ++k)
