@@ -8,6 +8,7 @@
 #include "core/hash.h"
 #include "core/parallel.h"
 #include "core/point_index.h"
+#include "operators/growth/scatter_neighbours.h"
 
 namespace tressora {
 
@@ -84,22 +85,19 @@ struct RelaxState {
     std::vector<std::uint8_t> moved;  ///< moved since its last projection
 };
 
-void findNeighbours(RelaxState& st, int current, const BorderLookup& border) {
+void findNeighbours(RelaxState& st, int current, const BorderLookup& border, float spacing) {
     const std::vector<Vec3f>& pos = st.position[current];
-    const PointIndex index(pos);
+    // Thirteen neighbours of evenly spread roots lie within about twice the spacing.
+    const NeighbourGrid index(pos, 3.0f * spacing);
     const std::size_t m = pos.size();
     parallelRange(0, m, kGrain, [&](std::size_t lo, std::size_t hi) {
-        std::array<std::uint32_t, kNeighbours + 1> found;
-        std::array<float, kNeighbours + 1> d2;
         std::vector<std::pair<std::uint32_t, float>> scratch;
         for (std::size_t j = lo; j < hi; ++j) {
             // A frozen root neither moves nor is asked about its neighbours again.
             if (st.frozen[j] >= 0) continue;
-            const std::size_t n = index.kNearest(pos[j], kNeighbours + 1, found.data(), d2.data());
-            std::size_t out = 0;
-            for (std::size_t k = 0; k < n && out < kNeighbours; ++k)
-                if (found[k] != j) st.neighbours[j * kNeighbours + out++] = found[k];
-            for (; out < kNeighbours; ++out) st.neighbours[j * kNeighbours + out] = kNone;
+            std::uint32_t* list = &st.neighbours[j * kNeighbours];
+            const std::size_t n = index.nearestOthers(static_cast<std::uint32_t>(j), kNeighbours, list);
+            std::fill(list + n, list + kNeighbours, kNone);
             st.border[j] = border.empty() ? kNone : border.nearest(pos[j], scratch);
         }
     });
@@ -296,7 +294,7 @@ std::vector<StrandRoot> relaxRoots(const ScalpMesh& shape, const RootFilter& fil
 
     int current = 0;
     for (int i = 0; i < kIterations; ++i) {
-        if (i % 4 == 0) findNeighbours(st, current, border);
+        if (i % 4 == 0) findNeighbours(st, current, border, base);
         step(st, current, border);
         current = 1 - current;
         const bool moving = freeze(st, i);
