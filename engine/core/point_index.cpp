@@ -1,5 +1,7 @@
 #include "core/point_index.h"
 
+#include "core/nearest_list.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numeric>
@@ -10,8 +12,6 @@ namespace {
 constexpr std::uint32_t kLeafSize = 8;
 constexpr float kInf = std::numeric_limits<float>::infinity();
 
-/// (distance, index) order: nearest first, the lower index first among equals.
-bool before(float da, std::uint32_t ia, float db, std::uint32_t ib) { return da < db || (da == db && ia < ib); }
 
 }  // namespace
 
@@ -120,7 +120,7 @@ std::uint32_t PointIndex::nearest(Vec3f query, float& outDistanceSquared) const 
     std::uint32_t best = npos;
     float bound = kInf;
     walk(query, bound, [&](std::uint32_t k, float d2) {
-        if (best == npos ? !std::isnan(d2) : before(d2, indices_[k], bound, best)) {
+        if (best == npos ? !std::isnan(d2) : nearerThan(d2, indices_[k], bound, best)) {
             best = indices_[k];
             bound = d2;
         }
@@ -138,16 +138,7 @@ std::size_t PointIndex::kNearest(Vec3f query, std::size_t k, std::uint32_t* outI
     // The outputs double as a sorted buffer of the best k so far.
     walk(query, bound, [&](std::uint32_t pos, float d2) {
         if (std::isnan(d2)) return;
-        const std::uint32_t index = indices_[pos];
-        if (found == k && !before(d2, index, outDistancesSquared[k - 1], outIndices[k - 1])) return;
-        std::size_t slot = found < k ? found++ : k - 1;
-        while (slot > 0 && before(d2, index, outDistancesSquared[slot - 1], outIndices[slot - 1])) {
-            outDistancesSquared[slot] = outDistancesSquared[slot - 1];
-            outIndices[slot] = outIndices[slot - 1];
-            --slot;
-        }
-        outDistancesSquared[slot] = d2;
-        outIndices[slot] = index;
+        found = offerNearest(d2, indices_[pos], outDistancesSquared, outIndices, found, k);
         if (found == k) bound = outDistancesSquared[k - 1];
     });
     return found;
@@ -160,7 +151,7 @@ void PointIndex::within(Vec3f query, float radius, std::vector<std::pair<std::ui
         if (d2 <= bound) out.emplace_back(indices_[pos], d2);
     });
     std::sort(out.begin() + static_cast<std::ptrdiff_t>(start), out.end(),
-              [](const auto& a, const auto& b) { return before(a.second, a.first, b.second, b.first); });
+              [](const auto& a, const auto& b) { return nearerThan(a.second, a.first, b.second, b.first); });
 }
 
 }  // namespace tressora

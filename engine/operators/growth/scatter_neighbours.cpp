@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "core/nearest_list.h"
 #include "core/parallel.h"
 
 namespace tressora {
@@ -12,8 +13,6 @@ namespace {
 
 /// Rings searched before a query falls back on the tree.
 constexpr int kMaxRing = 6;
-
-bool before(float da, std::uint32_t ia, float db, std::uint32_t ib) { return da < db || (da == db && ia < ib); }
 
 }  // namespace
 
@@ -92,16 +91,9 @@ std::size_t NeighbourGrid::nearestOthers(std::uint32_t self, std::size_t k, std:
                         const std::uint32_t i = order_[s];
                         if (i == self) continue;
                         const float d2 = lengthSquared(q - points_[i]);
-                        if (found == k && !before(d2, i, best[k - 1], index[k - 1])) continue;
+                        if (found == k && !nearerThan(d2, i, best[k - 1], index[k - 1])) continue;
                         if (std::find(index, index + found, i) != index + found) continue;
-                        std::size_t slot = found < k ? found++ : k - 1;
-                        while (slot > 0 && before(d2, i, best[slot - 1], index[slot - 1])) {
-                            best[slot] = best[slot - 1];
-                            index[slot] = index[slot - 1];
-                            --slot;
-                        }
-                        best[slot] = d2;
-                        index[slot] = i;
+                        found = offerNearest(d2, i, best, index, found, k);
                     }
                 }
         // Slightly less than the true reach, so rounding in the cell of a point never lets a
