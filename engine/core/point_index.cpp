@@ -12,7 +12,6 @@ namespace {
 constexpr std::uint32_t kLeafSize = 8;
 constexpr float kInf = std::numeric_limits<float>::infinity();
 
-
 }  // namespace
 
 PointIndex::PointIndex(std::span<const Vec3f> points) {
