@@ -32,6 +32,8 @@ NeighbourGrid::NeighbourGrid(std::span<const Vec3f> points, float cell)
     order_.resize(points_.size());
     std::vector<std::uint32_t> fill(bucketStart_.begin(), bucketStart_.end() - 1);
     for (std::uint32_t i = 0; i < points_.size(); ++i) order_[fill[bucket[i]]++] = i;
+    sorted_.resize(points_.size());
+    for (std::size_t s = 0; s < order_.size(); ++s) sorted_[s] = points_[order_[s]];
 }
 
 NeighbourGrid::Cell NeighbourGrid::cellOf(Vec3f p) const {
@@ -90,7 +92,7 @@ std::size_t NeighbourGrid::nearestOthers(std::uint32_t self, std::size_t k, std:
                     for (std::uint32_t s = bucketStart_[b]; s < bucketStart_[b + 1]; ++s) {
                         const std::uint32_t i = order_[s];
                         if (i == self) continue;
-                        const float d2 = lengthSquared(q - points_[i]);
+                        const float d2 = lengthSquared(q - sorted_[s]);
                         if (found == k && !nearerThan(d2, i, best[k - 1], index[k - 1])) continue;
                         if (std::find(index, index + found, i) != index + found) continue;
                         found = offerNearest(d2, i, best, index, found, k);

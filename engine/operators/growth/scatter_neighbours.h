@@ -38,6 +38,7 @@ private:
     std::size_t mask_ = 0;
     std::vector<std::uint32_t> bucketStart_;  ///< per bucket, into order_; one more at the end
     std::vector<std::uint32_t> order_;        ///< point indices by bucket, ascending within each
+    std::vector<Vec3f> sorted_;               ///< the points in the order of order_
     mutable std::once_flag treeOnce_;
     mutable std::unique_ptr<PointIndex> tree_;  ///< for the rare query that strays far
 };
