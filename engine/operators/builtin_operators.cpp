@@ -2,8 +2,10 @@
 
 #include "graph/operator_registry.h"
 #include "operators/growth/guide_conversion.h"
+#include "operators/growth/length.h"
 #include "operators/growth/resample.h"
 #include "operators/growth/source_nodes.h"
+#include "operators/growth/width.h"
 
 namespace tressora {
 
@@ -13,6 +15,8 @@ void registerBuiltinOperators(OperatorRegistry& registry) {
     registerScalpOperator(registry);
     registerGuidesOperator(registry);
     registerColliderMeshOperator(registry);
+    registerLengthOperator(registry);
+    registerWidthOperator(registry);
     registerResampleOperator(registry);
     registerToGuidesOperator(registry);
     registerToStrandsOperator(registry);
