@@ -122,24 +122,14 @@ public:
 
     bool evaluateIncremental(EvalContext& context, const std::vector<Value>& inputs, const InputChanges& changes,
                              const Value& previous, Value& result, StrandChanges& resultChanges) override {
-        const StrandChanges* changed = patchableChanges(changes);
-        const auto in = inputs.empty() ? nullptr : inputs[0].as<StrandSet>();
-        const auto last = previous.as<StrandSet>();
-        if (!changed || !in || !last || last->pointCount() != in->pointCount() ||
-            last->strandCount() != in->strandCount())
-            return false;
-        const Trim trim = read(context, *in);
-        auto out = std::make_shared<StrandSet>(*in);
-        const std::span<Vec3f> points = out->mutablePoints();
-        std::ranges::copy(last->points(), points.begin());
-        const std::vector<std::uint32_t>& list = changed->strands;
-        parallelRange(0, list.size(), kGrain, [&](std::size_t lo, std::size_t hi) {
-            for (std::size_t x = lo; x < hi; ++x)
-                if (list[x] < in->strandCount()) trim.apply(*in, list[x], points, true);
-        });
-        result = Value(std::shared_ptr<const StrandSet>(std::move(out)));
-        resultChanges = {false, list, false};
-        return true;
+        return patchChangedStrands(
+            inputs, changes, previous, result, resultChanges, [](const StrandSet& s) { return s.points(); },
+            [](StrandSet& s) { return s.mutablePoints(); },
+            [&](const StrandSet& in) {
+                return [&in, trim = read(context, in)](std::size_t i, std::span<Vec3f> points) {
+                    trim.apply(in, i, points, true);
+                };
+            });
     }
 
 private:

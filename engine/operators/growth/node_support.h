@@ -2,6 +2,7 @@
 // Small helpers shared by the growth nodes: their param tables and type info, reading a
 // required input, the change records an incremental step can patch, polyline length.
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include "core/errors.h"
+#include "core/parallel.h"
+#include "core/strand_set.h"
 #include "core/vec.h"
 #include "graph/operator_registry.h"
 #include "graph/param_spec.h"
@@ -72,6 +75,35 @@ inline const Value& requireInput(const std::vector<Value>& inputs, std::size_t s
 inline const StrandChanges* patchableChanges(const InputChanges& changes, std::size_t slot = 0) {
     const StrandChanges* c = changes.slot(slot);
     return c && !c->all && !c->layoutChanged ? c : nullptr;
+}
+
+/// The incremental step of a node that rewrites one point array of its input (points or
+/// widths) strand by strand and changes nothing else: the input's arrays are shared, the
+/// array is taken from the previous result, and only the strands the input's record lists
+/// are redone. `read(set)` and `write(set)` give the array of a set, `makeRedo(in)` a
+/// callable redo(strand, array) for this evaluation. False (run in full) when the record
+/// or the layouts don't allow it. Parallel over the listed strands (grain 256).
+template <class Read, class Write, class MakeRedo>
+bool patchChangedStrands(const std::vector<Value>& inputs, const InputChanges& changes, const Value& previous,
+                         Value& result, StrandChanges& resultChanges, Read read, Write write, MakeRedo makeRedo) {
+    const StrandChanges* changed = patchableChanges(changes);
+    const auto in = inputs.empty() ? nullptr : inputs[0].as<StrandSet>();
+    const auto last = previous.as<StrandSet>();
+    if (!changed || !in || !last || last->pointCount() != in->pointCount() ||
+        last->strandCount() != in->strandCount())
+        return false;
+    const auto redo = makeRedo(*in);
+    auto out = std::make_shared<StrandSet>(*in);
+    const auto target = write(*out);
+    std::ranges::copy(read(*last), target.begin());
+    const std::vector<std::uint32_t>& list = changed->strands;
+    parallelRange(0, list.size(), 256, [&](std::size_t lo, std::size_t hi) {
+        for (std::size_t x = lo; x < hi; ++x)
+            if (list[x] < in->strandCount()) redo(list[x], target);
+    });
+    result = Value(std::shared_ptr<const StrandSet>(std::move(out)));
+    resultChanges = {false, list, false};
+    return true;
 }
 
 /// Polyline length of a run of points.

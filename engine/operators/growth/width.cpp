@@ -100,24 +100,15 @@ public:
 
     bool evaluateIncremental(EvalContext& context, const std::vector<Value>& inputs, const InputChanges& changes,
                              const Value& previous, Value& result, StrandChanges& resultChanges) override {
-        const StrandChanges* changed = patchableChanges(changes);
-        const auto in = inputs.empty() ? nullptr : inputs[0].as<StrandSet>();
-        const auto last = previous.as<StrandSet>();
-        if (!changed || !in || !last || last->pointCount() != in->pointCount() ||
-            last->strandCount() != in->strandCount())
-            return false;
-        const auto plan = read(context, *in);
-        auto out = std::make_shared<StrandSet>(*in);
-        const std::span<float> widths = out->mutableWidths();
-        std::ranges::copy(last->widths(), widths.begin());
-        const std::vector<std::uint32_t>& list = changed->strands;
-        parallelRange(0, list.size(), kGrain, [&](std::size_t lo, std::size_t hi) {
-            for (std::size_t x = lo; x < hi; ++x)
-                if (list[x] < in->strandCount()) plan->apply(*in, list[x], widths);
-        });
-        result = Value(std::shared_ptr<const StrandSet>(std::move(out)));
-        resultChanges = {false, list, false};
-        return true;
+        return patchChangedStrands(
+            inputs, changes, previous, result, resultChanges, [](const StrandSet& s) { return s.widths(); },
+            [](StrandSet& s) { return s.mutableWidths(); },
+            [&](const StrandSet& in) {
+                return [&in, plan = std::shared_ptr<const WidthPlan>(read(context, in))](std::size_t i,
+                                                                                         std::span<float> widths) {
+                    plan->apply(in, i, widths);
+                };
+            });
     }
 
 private:
