@@ -1,14 +1,28 @@
 #include "operators/builtin_operators.h"
 
 #include "graph/operator_registry.h"
+#include "operators/growth/guide_conversion.h"
+#include "operators/growth/length.h"
+#include "operators/growth/resample.h"
 #include "operators/growth/scatter.h"
+#include "operators/growth/source_nodes.h"
+#include "operators/growth/width.h"
 
 namespace tressora {
 
 void registerBuiltinOperators(OperatorRegistry& registry) {
     // Each family's register<Name>Operator is called here, in registration order, as the
     // families are added.
+    registerScalpOperator(registry);
+    registerGuidesOperator(registry);
+    registerColliderMeshOperator(registry);
     registerScatterOperator(registry);
+    registerLengthOperator(registry);
+    registerWidthOperator(registry);
+    registerResampleOperator(registry);
+    registerToGuidesOperator(registry);
+    registerToStrandsOperator(registry);
+    registerOutputOperator(registry);
 }
 
 OperatorRegistry& OperatorRegistry::instance() {
