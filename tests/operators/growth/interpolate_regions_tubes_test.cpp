@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "core/test_meshes.h"
+#include "interpolate_fixtures.h"
+
+namespace tressora {
+namespace {
+
+using interp::bentCurve;
+using interp::makeNode;
+using interp::run;
+
+/// A 4 by 4 grid painted red left of x = 2 and blue right of it, in the colour set "zones".
+std::shared_ptr<ScalpMesh> paintedGrid() {
+    auto scalp = std::make_shared<ScalpMesh>(testing::grid(8, 4.0f));
+    std::vector<ScalpMesh::Color> colours;
+    for (const auto& tri : scalp->triangles()) {
+        const Vec3f centre = (scalp->points()[tri[0]] + scalp->points()[tri[1]] + scalp->points()[tri[2]]) / 3.0f;
+        const ScalpMesh::Color c = centre.x < 2.0f ? ScalpMesh::Color{1, 0, 0, 1} : ScalpMesh::Color{0, 0, 1, 1};
+        for (int k = 0; k < 3; ++k) colours.push_back(c);
+    }
+    scalp->setColorSet("zones", colours);
+    return scalp;
+}
+
+StrandRoot rootOn(const ScalpMesh& scalp, Vec3f p) {
+    const SurfacePoint s = scalp.closestPoint(p);
+    return {s.face, s.b1, s.b2};
+}
+
+TEST(InterpolateRegions, StrandsBlendOnlyTheGuidesOfTheirOwnRegion) {
+    const auto scalp = paintedGrid();
+    auto guides = std::make_shared<GuideSet>();
+    guides->addGuide(1, rootOn(*scalp, {1.5f, 2, 0}), bentCurve({1.5f, 2, 0}, 2, 1.0f), {});
+    guides->addGuide(2, rootOn(*scalp, {2.5f, 2, 0}), bentCurve({2.5f, 2, 0}, 2, -1.0f), {});
+    guides->addGuide(3, rootOn(*scalp, {0.5f, 0.5f, 0}), bentCurve({0.5f, 0.5f, 0}, 2, 1.0f), {});
+    auto strands = std::make_shared<StrandSet>();
+    for (float x : {1.9f, 2.1f}) {
+        const Vec3f root{x, 2, 0};
+        strands->addStrand(x < 2 ? 1 : 2, rootOn(*scalp, root), bentCurve(root, 1, 0));
+    }
+    auto node = makeNode();
+    const auto across = run(*node, strands, guides, nullptr, scalp);
+    EXPECT_LT(across->strandPoints(0)[4].x, 1.9f + 0.9f);  // the right guide pulls it back
+
+    node->paramValues.set("regionMap", std::string("zones"));
+    EvalContext context;
+    const auto split = run(*node, strands, guides, &context, scalp);
+    EXPECT_TRUE(context.notes.empty());
+    // Left of the edge only the left guides blend: both bend +x by 1, so does the strand.
+    EXPECT_NEAR(split->strandPoints(0)[4].x, 1.9f + 1.0f, 1e-5f);
+    EXPECT_NEAR(split->strandPoints(1)[4].x, 2.1f - 1.0f, 1e-5f);
+    const StrandChannel* region = split->strandChannel("region");
+    ASSERT_NE(region, nullptr);
+    EXPECT_EQ(region->values()[0], 0.0f);
+    EXPECT_EQ(region->values()[1], 1.0f);
+    EXPECT_EQ(node->sceneInputs(), std::vector<std::string>{"maps"});
+
+    // A map that can't be found leaves a note and blends across regions.
+    node->paramValues.set("regionMap", std::string("nowhere"));
+    EvalContext missing;
+    const auto fallback = run(*node, strands, guides, &missing, scalp);
+    ASSERT_EQ(missing.notes.size(), 1u);
+    EXPECT_NE(missing.notes[0].find("no map, color set or image of that name"), std::string::npos);
+    EXPECT_EQ(fallback->fingerprint(), across->fingerprint());
+}
+
+TEST(InterpolateTubes, StrandsInsideATubeKeepTheirPlaceInItsSectionToTheTip) {
+    auto guides = std::make_shared<GuideSet>();
+    GuideTube tube;
+    tube.width = {0.5f, 0.25f};
+    tube.aspect = {1.0f};
+    tube.twist = {0.0f};
+    guides->addGuide(1, {}, bentCurve({0, 0, 0}, 2, 0), tube);
+    guides->addGuide(2, {}, bentCurve({5, 0, 0}, 2, 1.0f), {});
+    auto strands = std::make_shared<StrandSet>();
+    const Vec3f inside{0.2f, 0, 0}, edge{0.55f, 0, 0}, far{3, 0, 0};
+    strands->addStrand(1, {}, bentCurve(inside, 1, 0));
+    strands->addStrand(2, {}, bentCurve(edge, 1, 0));
+    strands->addStrand(3, {}, bentCurve(far, 1, 0));
+    auto node = makeNode();
+    node->paramValues.set("fillTubes", true);
+    node->paramValues.set("neighbors", std::int64_t{1});
+    const auto out = run(*node, strands, guides);
+    const auto id = out->strandChannel("tubeId")->values();
+    const auto u = out->strandChannel("tubeU")->values();
+    const auto v = out->strandChannel("tubeV")->values();
+    EXPECT_EQ(id[0], 0.0f);
+    EXPECT_EQ(id[1], 0.0f);  // on the soft edge
+    EXPECT_EQ(id[2], -1.0f);
+    EXPECT_NEAR(std::hypot(u[0], v[0]), 0.4f, 1e-5f);
+    // Inside, the strand tapers with the tube: 0.4 of the half-width at the tip too.
+    const Vec3f tip = out->strandPoints(0)[4];
+    EXPECT_NEAR(std::hypot(tip.x, tip.y), 0.4f * 0.25f, 1e-4f);
+    EXPECT_NEAR(tip.z, 2.0f, 1e-4f);
+    // On the soft edge it leans part of the way: between the blend (0.55) and riding (0.275).
+    const float edgeTip = out->strandPoints(1)[4].x;
+    EXPECT_GT(edgeTip, 0.276f);
+    EXPECT_LT(edgeTip, 0.549f);
+    // Without fillTubes no tube channels appear and the inside strand keeps its offset.
+    node->paramValues.set("fillTubes", false);
+    const auto plain = run(*node, strands, guides);
+    EXPECT_EQ(plain->strandChannel("tubeId"), nullptr);
+    EXPECT_NEAR(plain->strandPoints(0)[4].x, 0.2f, 1e-5f);
+    // A hard edge: tubeBlend 0 leaves the edge strand to the blend.
+    node->paramValues.set("fillTubes", true);
+    node->paramValues.set("tubeBlend", 0.0);
+    const auto hard = run(*node, strands, guides);
+    EXPECT_EQ(hard->strandChannel("tubeId")->values()[1], -1.0f);
+    EXPECT_NEAR(hard->strandPoints(1)[4].x, 0.55f, 1e-5f);
+}
+
+}  // namespace
+}  // namespace tressora
