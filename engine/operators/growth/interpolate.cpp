@@ -279,6 +279,19 @@ public:
             bind.key = combineText(combine(bind.key, regions->stamp()), regionMapName);
         }
 
+        if (paramValues.getBool("followSurface", false)) {
+            if (!scalp) {
+                context.addNote("followSurface needs the scalp input: guides reach in straight lines");
+            } else {
+                // Fronts are made only when some strand is searched; the distances they give
+                // stand with the bindings while the scalp's topology does.
+                bind.makeFronts = [&](std::span<const float> limits) {
+                    return std::make_shared<const SurfaceFronts>(sharedSurfaceGraph(scalp), guides->roots(), limits);
+                };
+                bind.key = combine(combine(bind.key, 0x5f5u), scalp->topologyHash());
+            }
+        }
+
         std::optional<TubeRider> tubes;
         if (take == Take::Shape && paramValues.getBool("fillTubes", false)) {
             tubes.emplace(*guides, curves, static_cast<float>(paramValues.getFloat("tubeBlend", 0.25)));

@@ -79,7 +79,7 @@ std::uint64_t chunkKey(const StrandSet& strands, std::size_t first, std::size_t 
 std::shared_ptr<const BindingChunk> bindChunk(const StrandSet& strands, std::size_t first, std::size_t count,
                                               std::uint64_t key, const BindingInputs& inputs,
                                               const BindingSettings& settings, const GuideIndices& indices,
-                                              std::span<const float> reaches) {
+                                              std::span<const float> reaches, const SurfaceFronts* fronts) {
     auto chunk = std::make_shared<BindingChunk>();
     chunk->first = first;
     chunk->count = count;
@@ -116,6 +116,16 @@ std::shared_ptr<const BindingChunk> bindChunk(const StrandSet& strands, std::siz
             distance[c] = std::sqrt(d2[c]);
             reach[c] = reaches[found[c]];
         }
+        const StrandRoot at = strands.roots()[strand];
+        if (fronts && at.face >= 0) {
+            // Along the surface, where the straight distance leaves the guide within reach:
+            // a guide the front did not reach is beyond it.
+            for (std::size_t c = 0; c < n; ++c) {
+                if (!(distance[c] < reach[c]) && std::isfinite(reach[c])) continue;
+                const auto along = (*fronts)[found[c]].distanceTo(at, root);
+                distance[c] = along ? std::max(*along, distance[c]) : kInfinity;
+            }
+        }
         guideWeights({distance.data(), n}, {reach.data(), n}, settings, {weight.data(), n});
         for (std::size_t c = 0; c < n; ++c) {
             if (!(weight[c] > 0.0f)) continue;
@@ -123,7 +133,7 @@ std::shared_ptr<const BindingChunk> bindChunk(const StrandSet& strands, std::siz
             chunk->weight.push_back(weight[c]);
         }
         chunk->start.push_back(static_cast<std::uint32_t>(chunk->guide.size()));
-        chunk->nearest[s] = n > 0 ? distance[0] : kInfinity;
+        chunk->nearest[s] = n > 0 ? std::sqrt(d2[0]) : kInfinity;
         if (inputs.strandTube) chunk->tube[s] = inputs.strandTube(strand);
     }
     searchedStrands.fetch_add(count, std::memory_order_relaxed);
@@ -252,12 +262,24 @@ std::shared_ptr<const BindingTable> bindStrands(const StrandSet& strands, const 
     // Searching needs the guides' indices and reaches; a pass that reuses every chunk skips them.
     const GuideIndices indices = makeIndices(inputs.guideRoots, inputs.guideRegions);
     const std::vector<float> reaches = guideReaches(inputs.guideRoots, inputs.guideRegions, settings);
+    std::shared_ptr<const SurfaceFronts> fronts;
+    if (inputs.makeFronts) {
+        // An isolated guide (infinite reach) spreads as far as the farthest finite reach.
+        float farthest = 0.0f;
+        for (float r : reaches)
+            if (std::isfinite(r)) farthest = std::max(farthest, r);
+        std::vector<float> limits(reaches.begin(), reaches.end());
+        for (float& r : limits)
+            if (!std::isfinite(r)) r = farthest > 0.0f ? farthest : kInfinity;
+        fronts = inputs.makeFronts(limits);
+    }
     parallelRange(0, chunkCount, 1, [&](std::size_t lo, std::size_t hi) {
         for (std::size_t c = lo; c < hi; ++c) {
             if (!stale[c]) continue;
             const std::size_t first = c * BindingChunk::kStrands;
             const std::size_t count = std::min(BindingChunk::kStrands, strandCount - first);
-            table->chunks[c] = bindChunk(strands, first, count, keys[c], inputs, settings, indices, reaches);
+            table->chunks[c] = bindChunk(strands, first, count, keys[c], inputs, settings, indices, reaches,
+                                                fronts.get());
         }
     });
     return table;

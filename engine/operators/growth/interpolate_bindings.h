@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/strand_set.h"
+#include "core/surface_graph.h"
 #include "core/vec.h"
 
 namespace tressora {
@@ -57,6 +58,9 @@ struct BindingInputs {
     std::function<std::int32_t(std::size_t)> strandRegion;
     /// The tube a strand is rooted in; empty when tubes are not filled.
     std::function<TubeSpot(std::size_t)> strandTube;
+    /// With followSurface: makes each guide's front out to the given distances (its reach),
+    /// called only when some strand is searched; empty for straight distances.
+    std::function<std::shared_ptr<const SurfaceFronts>(std::span<const float>)> makeFronts;
     /// A hash of everything above and of the settings: a different key rebinds every chunk.
     std::uint64_t key = 0;
 };

@@ -67,6 +67,50 @@ TEST(InterpolateRegions, StrandsBlendOnlyTheGuidesOfTheirOwnRegion) {
     EXPECT_EQ(fallback->fingerprint(), across->fingerprint());
 }
 
+/// A thin folded shell: a strip along x at z = 0, turned up at x = 4 and back over itself at
+/// z = 0.3, so the two layers are close in space but far apart along the surface.
+std::shared_ptr<const ScalpMesh> foldedStrip() {
+    std::vector<Vec3f> profile;
+    for (int i = 0; i <= 8; ++i) profile.push_back({0.5f * float(i), 0, 0});
+    profile.push_back({4.0f, 0, 0.15f});
+    for (int i = 8; i >= 0; --i) profile.push_back({0.5f * float(i), 0, 0.3f});
+    std::vector<Vec3f> points;
+    for (const Vec3f& p : profile) points.push_back(p);
+    for (const Vec3f& p : profile) points.push_back(p + Vec3f{0, 1, 0});
+    const int n = static_cast<int>(profile.size());
+    std::vector<ScalpMesh::Triangle> triangles;
+    for (int i = 0; i + 1 < n; ++i) {
+        triangles.push_back({i, i + 1, n + i + 1});
+        triangles.push_back({i, n + i + 1, n + i});
+    }
+    return std::make_shared<const ScalpMesh>(std::move(points), std::move(triangles));
+}
+
+TEST(InterpolateFollowSurface, GuidesDoNotReachAcrossAThinShell) {
+    const auto shell = foldedStrip();
+    auto guides = std::make_shared<GuideSet>();
+    const Vec3f below{1, 0.5f, 0}, above{1, 0.5f, 0.3f};
+    guides->addGuide(1, rootOn(*shell, below), bentCurve(below, 1, 1.0f), {});
+    guides->addGuide(2, rootOn(*shell, above), bentCurve(above, 1, -1.0f), {});
+    guides->addGuide(3, rootOn(*shell, {3, 0.5f, 0}), bentCurve({3, 0.5f, 0}, 1, 1.0f), {});
+    auto strands = std::make_shared<StrandSet>();
+    const Vec3f root{1.2f, 0.5f, 0};
+    strands->addStrand(1, rootOn(*shell, root), bentCurve(root, 1, 0));
+    auto node = makeNode();
+    node->paramValues.set("neighbors", std::int64_t{2});
+    // The guide across the gap, turned over from the upper layer, pulls the tip down.
+    const Vec3f straight = run(*node, strands, guides, nullptr, shell)->strandPoints(0)[4];
+    EXPECT_LT(straight.z, 0.95f);
+    node->paramValues.set("followSurface", true);
+    const Vec3f along = run(*node, strands, guides, nullptr, shell)->strandPoints(0)[4];
+    EXPECT_NEAR(along.x, 1.2f + 1.0f, 1e-5f);
+    EXPECT_NEAR(along.z, 1.0f, 1e-5f);
+    // Without the scalp input it measures straight, and says so.
+    EvalContext context;
+    EXPECT_LT(run(*node, strands, guides, &context)->strandPoints(0)[4].x, 1.2f + 0.9f);
+    ASSERT_EQ(context.notes.size(), 1u);
+}
+
 TEST(InterpolateTubes, StrandsInsideATubeKeepTheirPlaceInItsSectionToTheTip) {
     auto guides = std::make_shared<GuideSet>();
     GuideTube tube;
