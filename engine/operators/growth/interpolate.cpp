@@ -14,6 +14,7 @@
 #include "maps/map_fields.h"
 #include "operators/growth/interpolate_bindings.h"
 #include "operators/growth/interpolate_blend.h"
+#include "operators/growth/interpolate_clearance.h"
 #include "operators/growth/interpolate_regions.h"
 #include "operators/growth/interpolate_tubes.h"
 
@@ -301,6 +302,20 @@ public:
             };
             bind.key = combine(bind.key, tubes->key());
         }
+
+        std::shared_ptr<const Clearance> clearance;
+        if (take == Take::Shape && paramValues.getBool("keepClearance", false)) {
+            if (!scalp) {
+                context.addNote("keepClearance needs the scalp input: it does not keep clearance");
+            } else {
+                float meanLength = 0.0f;
+                for (float l : curves.lengths) meanLength += l / static_cast<float>(curves.size());
+                std::string problem;
+                clearance = Clearance::make(scalp, meanLength, &problem);
+                if (!clearance) context.addNote(problem);
+            }
+        }
+        blend.clearance = clearance.get();
 
         std::shared_ptr<const BindingTable> previous;
         {

@@ -7,6 +7,7 @@
 
 #include "core/parallel.h"
 #include "graph/ramp.h"
+#include "operators/growth/interpolate_clearance.h"
 #include "operators/growth/interpolate_tubes.h"
 
 namespace tressora {
@@ -250,6 +251,7 @@ void blendStrands(const StrandSet& in, const GuideCurves& guides, const BindingT
                 }
                 if (tubes && !chunk.tube.empty() && chunk.tube[c].guide >= 0)
                     tubes->ride(chunk.tube[c], incoming[0], normal, blended);
+                if (settings.clearance) settings.clearance->apply(blended);
             } else {
                 std::copy(incoming.begin(), incoming.end(), blended.begin());
                 float target = 0.0f;

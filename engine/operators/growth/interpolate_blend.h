@@ -16,6 +16,7 @@
 
 namespace tressora {
 
+class Clearance;
 class TubeRider;
 
 /// The guides as one evaluation blends them: per guide its root, root normal (zero when
@@ -60,6 +61,7 @@ struct BlendSettings {
     bool preserveLength = false;
     float limitDistance = 0.0f;  ///< 0: every strand follows the guides fully
     Ramp falloff;                ///< influence over d / limitDistance
+    const Clearance* clearance = nullptr;  ///< keeps blended shapes out of the skin; null: off
 };
 
 /// Writes the blended strands into `out` (a copy of `in`, same layout). `influence` receives

@@ -4,6 +4,7 @@
 
 #include "core/test_meshes.h"
 #include "interpolate_fixtures.h"
+#include "operators/growth/interpolate_blend.h"
 
 namespace tressora {
 namespace {
@@ -154,6 +155,47 @@ TEST(InterpolateTubes, StrandsInsideATubeKeepTheirPlaceInItsSectionToTheTip) {
     const auto hard = run(*node, strands, guides);
     EXPECT_EQ(hard->strandChannel("tubeId")->values()[1], -1.0f);
     EXPECT_NEAR(hard->strandPoints(1)[4].x, 0.55f, 1e-5f);
+}
+
+}  // namespace
+}  // namespace tressora
+
+namespace tressora {
+namespace {
+
+TEST(InterpolateClearance, LiftsWhatSinksIntoTheSkinAndKeepsTheLength) {
+    const auto sphere = std::make_shared<const ScalpMesh>(testing::icosphere(4, 1.0f));
+    const Vec3f pole{0, 0, 1};
+    const SurfacePoint at = sphere->closestPoint(pole);
+    auto guides = std::make_shared<GuideSet>();
+    // A guide that dives through the sphere.
+    guides->addGuide(1, {at.face, at.b1, at.b2},
+                     std::vector<Vec3f>{at.position, at.position + Vec3f{0.3f, 0, -0.2f},
+                                        at.position + Vec3f{0.7f, 0, -0.5f}, at.position + Vec3f{1.3f, 0, -0.9f}},
+                     {});
+    auto strands = std::make_shared<StrandSet>();
+    strands->addStrand(1, {at.face, at.b1, at.b2}, interp::bentCurve(at.position, 1.0f, 0.0f, 9));
+    auto node = makeNode();
+    node->paramValues.set("neighbors", std::int64_t{1});
+    const auto sunk = run(*node, strands, guides, nullptr, sphere);
+    const auto deepest = [&](std::span<const Vec3f> pts) {
+        float d = 1e9f;
+        for (std::size_t j = 1; j < pts.size(); ++j) d = std::min(d, length(pts[j]) - 1.0f);
+        return d;
+    };
+    EXPECT_LT(deepest(sunk->strandPoints(0)), -0.15f);
+    node->paramValues.set("keepClearance", true);
+    EvalContext context;
+    const auto kept = run(*node, strands, guides, &context, sphere);
+    EXPECT_TRUE(context.notes.empty());
+    EXPECT_GT(deepest(kept->strandPoints(0)), -0.02f);
+    EXPECT_NEAR(polylineLength(kept->strandPoints(0)), polylineLength(sunk->strandPoints(0)), 1e-4f);
+    EXPECT_EQ(kept->strandPoints(0)[0], sunk->strandPoints(0)[0]);
+    // Without the scalp input it can't, and says so.
+    EvalContext without;
+    run(*node, strands, guides, &without);
+    ASSERT_EQ(without.notes.size(), 1u);
+    EXPECT_EQ(without.notes[0], "keepClearance needs the scalp input: it does not keep clearance");
 }
 
 }  // namespace
