@@ -15,6 +15,7 @@
 #include "operators/growth/interpolate_bindings.h"
 #include "operators/growth/interpolate_blend.h"
 #include "operators/growth/interpolate_clearance.h"
+#include "operators/growth/interpolate_layers.h"
 #include "operators/growth/interpolate_regions.h"
 #include "operators/growth/interpolate_tubes.h"
 
@@ -337,6 +338,7 @@ public:
             out->addStrandChannel("tubeU", 0.0f);
             out->addStrandChannel("tubeV", 0.0f);
         }
+        carryGuideLayers(*guides, *table, *out);
         const std::span<float> influence = writeInfluence ? out->mutableStrandChannel(influenceName) : std::span<float>{};
         writeBindingChannels(*table, writeRegion ? out->mutableStrandChannel(regionName) : std::span<float>{},
                              tubes ? out->mutableStrandChannel("tubeId") : std::span<float>{},

@@ -218,6 +218,20 @@ TEST(Interpolate, ResultsDoNotDependOnTheThreadCount) {
     EXPECT_EQ(one, all);
 }
 
+TEST(Interpolate, CarriesGuideAttributesAndLayersOntoTheStrands) {
+    auto guides = std::make_shared<GuideSet>();
+    guides->addGuide(1, {}, bentCurve({0, 0, 0}, 2, 0), {}, {{"tint", 1.0f}}, {{"fade", {0, 0, 0, 0, 4}}});
+    guides->addGuide(2, {}, bentCurve({1, 0, 0}, 2, 0), {}, {{"tint", 3.0f}}, {{"fade", {0, 0, 0, 0, 8}}});
+    auto node = makeNode();
+    const auto out = run(*node, strandAt({0.5f, 0, 0}, 3), guides);
+    ASSERT_NE(out->strandChannel("tint"), nullptr);
+    EXPECT_NEAR(out->strandChannel("tint")->values()[0], 2.0f, 1e-5f);
+    const auto fade = out->pointChannel("fade")->values();
+    EXPECT_NEAR(fade[0], 0.0f, 1e-6f);
+    EXPECT_NEAR(fade[1], 0.0f, 1e-6f);  // halfway: the guides' third point
+    EXPECT_NEAR(fade[2], 6.0f, 1e-5f);
+}
+
 TEST(Interpolate, DeclaresItsParamsPortsAndChannels) {
     auto node = makeNode();
     EXPECT_EQ(node->role(), "grow");
