@@ -1,7 +1,6 @@
 #include "operators/growth/interpolate_clearance.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <vector>
 
@@ -48,23 +47,12 @@ std::shared_ptr<const Clearance> Clearance::make(const std::shared_ptr<const Sca
 void Clearance::apply(std::span<Vec3f> points) const {
     const std::size_t n = points.size();
     if (n < 2) return;
-    std::array<float, 64> segmentBuffer{};
-    std::vector<float> segmentHeap;
-    float* segments = segmentBuffer.data();
-    if (n > segmentBuffer.size()) {
-        segmentHeap.resize(n);
-        segments = segmentHeap.data();
-    }
+    // Scratch reused by each worker thread: the segment lengths and the groomed path.
+    thread_local std::vector<float> segments;
+    thread_local std::vector<Vec3f> groomed;
+    segments.resize(n);
+    groomed.assign(points.begin(), points.end());
     for (std::size_t j = 1; j < n; ++j) segments[j] = length(points[j] - points[j - 1]);
-    // The groomed path, to ease back to.
-    std::array<Vec3f, 64> groomedBuffer{};
-    std::vector<Vec3f> groomedHeap;
-    Vec3f* groomed = groomedBuffer.data();
-    if (n > groomedBuffer.size()) {
-        groomedHeap.resize(n);
-        groomed = groomedHeap.data();
-    }
-    std::copy(points.begin(), points.end(), groomed);
 
     Vec3f carried;  // the lift of the last lifted point, eased out after it
     float sinceLift = kEaseSegments;
