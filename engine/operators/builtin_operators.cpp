@@ -7,6 +7,7 @@
 #include "operators/growth/scatter.h"
 #include "operators/growth/source_nodes.h"
 #include "operators/growth/width.h"
+#include "operators/growth/interpolate.h"
 
 namespace tressora {
 
@@ -23,6 +24,7 @@ void registerBuiltinOperators(OperatorRegistry& registry) {
     registerToGuidesOperator(registry);
     registerToStrandsOperator(registry);
     registerOutputOperator(registry);
+    registerInterpolateOperator(registry);
 }
 
 OperatorRegistry& OperatorRegistry::instance() {
