@@ -1,12 +1,25 @@
 #include "operators/builtin_operators.h"
 
 #include "graph/operator_registry.h"
+#include "operators/color/bands.h"
+#include "operators/color/feather_color.h"
+#include "operators/color/hair_color.h"
+#include "operators/color/render_data.h"
+#include "operators/look/noise.h"
 
 namespace tressora {
 
-void registerBuiltinOperators(OperatorRegistry& /*registry*/) {
+void registerBuiltinOperators(OperatorRegistry& registry) {
     // Each family's register<Name>Operator is called here, in registration order, as the
     // families are added.
+
+    // Look
+    registerNoiseOperator(registry);
+    // Color
+    registerHairColorOperator(registry);
+    registerBandsOperator(registry);
+    registerFeatherColorOperator(registry);
+    registerRenderDataOperator(registry);
 }
 
 OperatorRegistry& OperatorRegistry::instance() {
