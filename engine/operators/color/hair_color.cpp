@@ -21,7 +21,7 @@ enum Salt : std::uint64_t { kMelaninDraw = 1, kGreyDraw, kValueDraw, kHueDraw, k
                             kRoughnessDraw, kTipDraw };
 
 // A grey hair keeps this share of its pigment.
-constexpr float kGreyPigment = 0.05f;
+constexpr float kGreyPigment = 0.01f;
 // Tips bleach toward a quarter of the pigment (melanin mode) or halfway to white (colour mode).
 constexpr float kTipPigment = 0.25f;
 constexpr float kTipWhite = 0.5f;
