@@ -6,7 +6,6 @@
 
 #include "core/parallel.h"
 #include "graph/operator_registry.h"
-#include "graph/ramp.h"
 #include "operators/color/look_common.h"
 #include "operators/color/pigment.h"
 
@@ -109,7 +108,7 @@ public:
         const float melanin = static_cast<float>(p.getFloat("melanin", 0.08));
         const float redness = static_cast<float>(p.getFloat("redness", 0.6));
         const Vec3f dye = p.getVec3("dye", {1, 1, 1});
-        const Ramp profile = rampParam(p, "profile", defaultProfile());
+        const RampTable profile(rampParam(p, "profile", defaultProfile()));
         const float count = static_cast<float>(p.getInt("count", 1));
         const float randomness = static_cast<float>(p.getFloat("randomness", 0.1));
         const float offsetRandom = static_cast<float>(p.getFloat("offsetRandom", 0.15));
@@ -140,7 +139,7 @@ public:
                     const float x = t * count / stretch + shift;
                     const float phase = x - std::floor(x);
                     const float w = strength.point(s, i, pt, t) *
-                                    clamp01(static_cast<float>(evaluateRamp(profile, phase)));
+                                    clamp01(profile(phase));
                     colors.set(pt, mixColor(before.point(i, pt), band, w));
                 }
             }

@@ -5,7 +5,6 @@
 #include "core/parallel.h"
 #include "expression/color.h"
 #include "graph/operator_registry.h"
-#include "graph/ramp.h"
 #include "maps/map_fields.h"
 #include "operators/color/look_common.h"
 #include "operators/color/pigment.h"
@@ -205,7 +204,7 @@ Value HairColor::evaluate(EvalContext& context, const std::vector<Value>& inputs
     const std::int64_t seed = p.getInt("seed", 0);
     const Vec3f dye = p.getVec3("dye", {1, 1, 1});
     const Vec3f pickedColor = p.getVec3("color", {0.8f, 0.8f, 0.8f});
-    const Ramp tipProfile = rampParam(p, "tipProfile", defaultTipProfile());
+    const RampTable tipProfile(rampParam(p, "tipProfile", defaultTipProfile()));
     const bool tips = tipStrength.mapped() || tipStrength.constant() > 0.0f;
     const bool perPoint = tips || (melaninMode && (melanin.perPoint() || redness.perPoint()));
 
@@ -291,7 +290,7 @@ Value HairColor::evaluate(EvalContext& context, const std::vector<Value>& inputs
                 if (melaninMode && (melanin.perPoint() || redness.perPoint()))
                     colorsFor(melanin.point(s, i, pt, t), redness.point(s, i, pt, t), base, tip);
                 const float w = tips ? tipStrength.point(s, i, pt, t) *
-                                           clamp01(static_cast<float>(evaluateRamp(tipProfile, clamp01(t - d.tipOffset))))
+                                           clamp01(tipProfile(clamp01(t - d.tipOffset)))
                                      : 0.0f;
                 pointColor.set(pt, mixColor(base, tip, w));
             }

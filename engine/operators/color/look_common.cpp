@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "graph/ramp.h"
 #include "maps/map_fields.h"
 
 namespace tressora::look {
@@ -128,6 +129,18 @@ Vec3f ColorReader::point(std::size_t strand, std::size_t point) const {
 Ramp rampParam(const ParamSet& params, const std::string& name, const Ramp& fallback) {
     Ramp ramp = params.getRamp(name, fallback);
     return ramp.keys.empty() ? fallback : ramp;
+}
+
+RampTable::RampTable(const Ramp& ramp) {
+    for (int i = 0; i <= kSteps; ++i) samples_[i] = static_cast<float>(evaluateRamp(ramp, double(i) / kSteps));
+}
+
+float RampTable::operator()(float x) const {
+    if (!(x > 0.0f)) return samples_[0];
+    if (x >= 1.0f) return samples_[kSteps];
+    const float at = x * kSteps;
+    const int i = static_cast<int>(at);
+    return samples_[i] + (samples_[i + 1] - samples_[i]) * (at - static_cast<float>(i));
 }
 
 }  // namespace tressora::look

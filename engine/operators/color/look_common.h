@@ -113,6 +113,18 @@ private:
 /// The ramp param's value, or `fallback` when it has no keys.
 Ramp rampParam(const ParamSet& params, const std::string& name, const Ramp& fallback);
 
+/// A ramp sampled once over 0..1 for reading at every point: linear between 256 samples
+/// (within a thousandth of the curve for the look's ramps). Any thread.
+class RampTable {
+public:
+    explicit RampTable(const Ramp& ramp);
+    float operator()(float x) const;
+
+private:
+    static constexpr int kSteps = 256;
+    float samples_[kSteps + 1];
+};
+
 /// Linear interpolation and clamping for colour arithmetic.
 inline Vec3f mixColor(Vec3f a, Vec3f b, float w) { return a + (b - a) * w; }
 inline float clamp01(float v) { return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v); }

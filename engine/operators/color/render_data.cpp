@@ -2,7 +2,6 @@
 
 #include "core/parallel.h"
 #include "graph/operator_registry.h"
-#include "graph/ramp.h"
 #include "operators/color/look_common.h"
 
 namespace tressora {
@@ -36,7 +35,7 @@ public:
         if (!in) return inputs.empty() ? Value() : inputs[0];
         const StrandSet& s = *in;
         const MappedFloat opacity("opacity", paramValues, context, s, 0.0, 1.0);
-        const Ramp profile = rampParam(paramValues, "opacityProfile", flatProfile());
+        const RampTable profile(rampParam(paramValues, "opacityProfile", flatProfile()));
         const float random = static_cast<float>(paramValues.getFloat("opacityRandom", 0.0));
         const std::int64_t seed = paramValues.getInt("seed", 0);
 
@@ -52,7 +51,7 @@ public:
                 const PointRange range = s.pointRange(i);
                 for (std::size_t pt = range.begin; pt < range.end; ++pt) {
                     const float t = pointParameter(s, i, pt);
-                    const float along = static_cast<float>(evaluateRamp(profile, t));
+                    const float along = profile(t);
                     values[pt] = clamp01(opacity.point(s, i, pt, t) * along * strandShare);
                 }
             }

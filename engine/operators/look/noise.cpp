@@ -8,7 +8,6 @@
 #include "core/guide_set.h"
 #include "core/parallel.h"
 #include "graph/operator_registry.h"
-#include "graph/ramp.h"
 #include "operators/color/look_common.h"
 #include "operators/look/noise_displacement.h"
 
@@ -119,7 +118,7 @@ private:
         const NoiseDisplacement noise(settings);
         const MappedFloat amplitude("amplitude", paramValues, context, in);
         const MappedFloat fraction("fraction", paramValues, context, in, 0.0, 1.0);
-        const Ramp profile = rampParam(paramValues, "profile", defaultProfile());
+        const RampTable profile(rampParam(paramValues, "profile", defaultProfile()));
         const std::int64_t seed = settings.seed;
         const std::span<const std::uint64_t> ids = in.ids();
         const std::span<const Vec3f> rest = in.points();
@@ -147,12 +146,14 @@ private:
                     int seen = finestSegments.load(std::memory_order_relaxed);
                     while (segments < seen && !finestSegments.compare_exchange_weak(seen, segments)) {}
                 }
+                const NoiseDisplacement::Strand sample = noise.strand(key, spacing);
+                if (sample.weights[0] <= 0.0f) continue;  // faded out entirely
                 for (std::size_t k = 0; k < count; ++k) {
                     const std::size_t pt = range.begin + k;
-                    const float along = static_cast<float>(evaluateRamp(profile, shares[k]));
+                    const float along = profile(shares[k]);
                     const float size = amplitude.point(in, i, pt, pointParameter(in, i, pt)) * along;
                     if (size == 0.0f) continue;
-                    points[pt] = rest[pt] + noise.at(key, shares[k], rest[pt], spacing) * size;
+                    points[pt] = rest[pt] + noise.at(sample, shares[k], rest[pt]) * size;
                 }
             }
         });

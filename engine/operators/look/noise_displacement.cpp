@@ -22,8 +22,10 @@ Vec3f corner(std::uint64_t h) {
 }  // namespace
 
 NoiseDisplacement::NoiseDisplacement(const NoiseSettings& settings)
-    : settings_(settings), seed_(combine(exprlib::kSnoiseSeed, static_cast<std::uint64_t>(settings.seed))) {
-    settings_.octaves = std::clamp(settings_.octaves, 1, 8);
+    : settings_(settings) {
+    settings_.octaves = std::clamp(settings_.octaves, 1, kMaxOctaves);
+    const std::uint64_t seed = combine(exprlib::kSnoiseSeed, static_cast<std::uint64_t>(settings.seed));
+    for (int j = 0; j < kMaxOctaves; ++j) seeds_[j] = combine(seed, static_cast<std::uint64_t>(j));
     float sum = 0.0f;
     for (int j = 0; j < settings_.octaves; ++j) sum += std::ldexp(1.0f, -j);
     norm_ = 1.0f / sum;
@@ -41,23 +43,21 @@ float NoiseDisplacement::fade(int octave, float spacing) const {
     return std::clamp(2.0f / (frequency * spacing) - 1.0f, 0.0f, 1.0f);
 }
 
-Vec3f NoiseDisplacement::octave(int index, std::uint64_t key, float share, Vec3f position) const {
+Vec3f NoiseDisplacement::octave(int index, const Strand& strand, float share, Vec3f position) const {
     const float scale = settings_.frequency * std::ldexp(1.0f, index);
-    const std::uint64_t seed = combine(seed_, static_cast<std::uint64_t>(index));
+    const std::uint64_t seed = seeds_[index];
     if (!settings_.world) {
         if (settings_.kinky) {
             // Random offsets at every wavelength along the strand, straight lines between.
             const float x = share * scale;
             const std::int64_t k = exprlib::latticeFloor(x);
             const float f = x - static_cast<float>(k);
-            const std::uint64_t strandSeed = combine(seed, key);
+            const std::uint64_t strandSeed = combine(seed, strand.key);
             const Vec3f a = corner(combine(strandSeed, static_cast<std::uint64_t>(k)));
             const Vec3f b = corner(combine(strandSeed, static_cast<std::uint64_t>(k + 1)));
             return a + (b - a) * f;
         }
-        const float p[3] = {share * scale + kStrandSpread * unitFromBits(combine(key, 11)),
-                            kStrandSpread * unitFromBits(combine(key, 12)),
-                            kStrandSpread * unitFromBits(combine(key, 13))};
+        const float p[3] = {share * scale + strand.origin.x, strand.origin.y, strand.origin.z};
         Vec3f out;
         exprlib::perlin3(p, seed, 3, &out.x);
         return out;
@@ -82,14 +82,22 @@ Vec3f NoiseDisplacement::octave(int index, std::uint64_t key, float share, Vec3f
     return out;
 }
 
-Vec3f NoiseDisplacement::at(std::uint64_t key, float share, Vec3f position, float spacing) const {
+NoiseDisplacement::Strand NoiseDisplacement::strand(std::uint64_t key, float spacing) const {
+    Strand out;
+    out.key = key;
+    out.origin = {kStrandSpread * unitFromBits(combine(key, 11)), kStrandSpread * unitFromBits(combine(key, 12)),
+                  kStrandSpread * unitFromBits(combine(key, 13))};
+    for (int j = 0; j < settings_.octaves; ++j) out.weights[j] = std::ldexp(1.0f, -j) * fade(j, spacing) * norm_;
+    return out;
+}
+
+Vec3f NoiseDisplacement::at(const Strand& strand, float share, Vec3f position) const {
     Vec3f sum;
     for (int j = 0; j < settings_.octaves; ++j) {
-        const float weight = std::ldexp(1.0f, -j) * fade(j, spacing);
-        if (weight <= 0.0f) break;  // finer octaves fade out sooner still
-        sum += octave(j, key, share, position) * weight;
+        if (strand.weights[j] <= 0.0f) break;  // finer octaves fade out sooner still
+        sum += octave(j, strand, share, position) * strand.weights[j];
     }
-    return sum * norm_;
+    return sum;
 }
 
 }  // namespace tressora::look

@@ -23,21 +23,34 @@ class NoiseDisplacement {
 public:
     explicit NoiseDisplacement(const NoiseSettings& settings);
 
-    /// The noise vector, each component about -1..1, at a point. `key` is the strand's key
-    /// (strand space), `share` the point's length share along it, `position` the point's rest
-    /// position (world space). `spacing` is the distance between the strand's points in the
-    /// same measure as the frequency (a length share, or scene units).
-    Vec3f at(std::uint64_t key, float share, Vec3f position, float spacing) const;
+    static constexpr int kMaxOctaves = 8;
+
+    /// What one strand reads the noise with: its key, where in the noise it starts (strand
+    /// space) and the weight of each octave.
+    struct Strand {
+        std::uint64_t key = 0;
+        Vec3f origin;
+        float weights[kMaxOctaves] = {};
+    };
+
+    /// The strand of `key` whose points lie `spacing` apart, in the measure of the frequency
+    /// (a length share, or scene units): octaves halve in weight, and those finer than the
+    /// spacing fade out.
+    Strand strand(std::uint64_t key, float spacing) const;
+
+    /// The noise vector, each component about -1..1, at a point of the strand: `share` is its
+    /// length share along the strand (strand space), `position` its rest position (world).
+    Vec3f at(const Strand& strand, float share, Vec3f position) const;
 
     /// Whether the first octave's wavelength is finer than a point spacing.
     bool finerThan(float spacing) const;
 
 private:
     float fade(int octave, float spacing) const;
-    Vec3f octave(int index, std::uint64_t key, float share, Vec3f position) const;
+    Vec3f octave(int index, const Strand& strand, float share, Vec3f position) const;
 
     NoiseSettings settings_;
-    std::uint64_t seed_;
+    std::uint64_t seeds_[kMaxOctaves];
     float norm_;
 };
 
