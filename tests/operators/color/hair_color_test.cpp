@@ -1,7 +1,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "graph/ramp.h"
+#include "../../core/test_meshes.h"
+#include "maps/painted_map.h"
 #include "operators/color/look_testing.h"
 #include "operators/color/pigment.h"
 
@@ -121,6 +122,30 @@ TEST(HairColor, ProblemsAreNotesAndTheStrandsPassUnchanged) {
     EXPECT_EQ(badMap.notes, std::vector<std::string>{"map 'freckles': no map, color set or image of that name (Groom "
                                                      "Tools > Paint > New... makes a map)"});
     EXPECT_EQ(badMap.strands->fingerprint(), set.fingerprint());
+}
+
+TEST(HairColor, MapColourIsReadAtTheRootFromAColourSetAndAGuideLayerIsANote) {
+    ScalpMesh scalp = testing::grid(2);
+    scalp.setColorSet("freckles", std::vector<ScalpMesh::Color>(scalp.triangleCount() * 3, {0.5f, 0.25f, 1.0f, 1.0f}));
+    SceneCatalog scene;
+    scene.set("scalp", Value(std::make_shared<const ScalpMesh>(std::move(scalp))), 1);
+    StrandSet set;
+    set.addStrand(5, {0, 0.2f, 0.2f}, std::vector<Vec3f>{{0, 0, 0}, {0, 0, 1}});
+    const NodeRun run = runNode("HairColor", set, {{"mode", std::string("color")}, {"map", std::string("freckles")}, {"clumpShare", 0.0}},
+                                "color", &scene);
+    ASSERT_TRUE(run.notes.empty()) << run.notes[0];
+    const Vec3f c = strandColor(*run.strands, 0);
+    EXPECT_FLOAT_EQ(c.x, 0.4f);
+    EXPECT_FLOAT_EQ(c.y, 0.2f);
+    EXPECT_FLOAT_EQ(c.z, 0.8f);
+
+    PaintedMap layer;
+    layer.kind = PaintedMapKind::Guides;
+    scene.set("maps", Value(std::make_shared<const MapCatalogValue>(std::map<std::string, PaintedMap>{{"freckles", layer}})), 2);
+    const NodeRun guided = runNode("HairColor", set, {{"map", std::string("freckles")}}, "color", &scene);
+    EXPECT_EQ(guided.notes, std::vector<std::string>{"map 'freckles': a guide layer reaches the strands through "
+                                                     "Interpolate (put HairColor after it); for painted color, convert "
+                                                     "the layer"});
 }
 
 TEST(HairColor, RegistersItsChannelsAndMappableParams) {

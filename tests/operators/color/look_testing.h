@@ -37,11 +37,12 @@ struct NodeRun {
 
 /// Evaluates a new node of `type` with `params` set on `input`.
 inline NodeRun runNode(const std::string& type, const StrandSet& input, const std::map<std::string, ParamValue>& params = {},
-                   const std::string& nodeName = "node") {
+                   const std::string& nodeName = "node", const SceneCatalog* scene = nullptr) {
     std::unique_ptr<Operator> op = OperatorRegistry::instance().create(type);
     for (const auto& [name, value] : params) op->paramValues.set(name, value);
     EvalContext context;
     context.nodeName = nodeName;
+    context.scene = scene;
     NodeRun run;
     run.value = op->evaluate(context, {Value(std::make_shared<const StrandSet>(input))});
     run.strands = run.value.as<StrandSet>();
