@@ -162,6 +162,11 @@ TEST(HairColor, RegistersItsChannelsAndMappableParams) {
                                                 "affect"}));
     EXPECT_EQ(OperatorRegistry::instance().info("HairColor")->category, "color");
     EXPECT_EQ(op->role(), "color");
+    for (const char* type : {"Bands", "FeatherColor", "RenderData", "Noise"}) {
+        const auto record = OperatorRegistry::instance().catalogueRecord(type);
+        EXPECT_EQ(record["category"], std::string(type) == "Noise" ? "look" : "color") << type;
+        EXPECT_FALSE(record["params"].empty()) << type;
+    }
 }
 
 TEST(Pigment, ColourAndAbsorptionRoundTripAndDyeDarkens) {
