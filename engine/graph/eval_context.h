@@ -49,6 +49,7 @@ struct EvalContext {
     bool keepInputs = false;          ///< keep intermediate values of the run
     int resolutionKnown = 0;          ///< above 0 when strand resolutions were worked out
     const MapFieldFactory* maps = nullptr;  ///< turns map references into fields; null: maps read as 1
+    std::string nodeName;             ///< the node being evaluated, for notes that name it
 
     /// The scene item of that name, or null.
     const SceneItem* sceneItem(const std::string& name) const { return scene ? scene->find(name) : nullptr; }

@@ -349,6 +349,7 @@ std::vector<Value> GraphEvaluation::run(NodeId id, GraphNode& node, std::uint64_
     } else {
         {
             ParamOverride guard(op, params);
+            context_.nodeName = graph_.nodeName(id);
             // The incremental path (evaluateIncremental with the inputs' changes) slots in here.
             outputs = op.evaluateOutputs(context_, inputs);
             ++graph_.operatorRuns_;

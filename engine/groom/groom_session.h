@@ -21,6 +21,7 @@
 #include "graph/operator_registry.h"
 #include "groom/groom_scene.h"
 #include "groom/groom_stats.h"
+#include "groom/hair_look.h"
 #include "groom/session_run.h"
 
 namespace tressora {
@@ -80,6 +81,9 @@ public:
     const std::vector<std::string>& messages() const { return messages_; }
     GroomStats stats();
     std::string statsJson() { return tressora::statsJson(stats()); }
+    /// The look of the groom's colour nodes as plain values, and that as compact JSON.
+    HairLook hairLook();
+    std::string hairLookJson();
 
     /// Whether two frames can give different strands: the graph reads time, or the scene
     /// has scalp or guide caches.

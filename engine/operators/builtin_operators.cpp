@@ -8,6 +8,11 @@
 #include "operators/growth/source_nodes.h"
 #include "operators/growth/width.h"
 #include "operators/growth/interpolate.h"
+#include "operators/color/bands.h"
+#include "operators/color/feather_color.h"
+#include "operators/color/hair_color.h"
+#include "operators/color/render_data.h"
+#include "operators/look/noise.h"
 
 namespace tressora {
 
@@ -25,6 +30,14 @@ void registerBuiltinOperators(OperatorRegistry& registry) {
     registerToStrandsOperator(registry);
     registerOutputOperator(registry);
     registerInterpolateOperator(registry);
+
+    // Look
+    registerNoiseOperator(registry);
+    // Color
+    registerHairColorOperator(registry);
+    registerBandsOperator(registry);
+    registerFeatherColorOperator(registry);
+    registerRenderDataOperator(registry);
 }
 
 OperatorRegistry& OperatorRegistry::instance() {
