@@ -1,5 +1,7 @@
 #include "cli/commands.h"
 
+#include "cli/abc_info_command.h"
+#include "cli/hash_command.h"
 #include "cli/info_command.h"
 
 namespace tressora::cli {
@@ -8,6 +10,8 @@ const CommandTable& builtinCommands() {
     static const CommandTable table = [] {
         CommandTable t;
         t.info = infoCommand;
+        t.abcInfo = abcInfoCommand;
+        t.hash = hashCommand;
         return t;
     }();
     return table;
