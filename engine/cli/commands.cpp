@@ -1,6 +1,7 @@
 #include "cli/commands.h"
 
 #include "cli/abc_info_command.h"
+#include "cli/eval_command.h"
 #include "cli/hash_command.h"
 #include "cli/info_command.h"
 
@@ -12,6 +13,7 @@ const CommandTable& builtinCommands() {
         t.info = infoCommand;
         t.abcInfo = abcInfoCommand;
         t.hash = hashCommand;
+        t.eval = evalCommand;
         return t;
     }();
     return table;
