@@ -3,6 +3,7 @@
 #include <cmath>
 #include <memory>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 
 #include "core/instances.h"
@@ -37,8 +38,16 @@ PrototypeLookup scenePrototypes(const GroomScene& scene) {
     return [&scene](std::string_view name) { return storedPrototype(scene.prototypes, name); };
 }
 
+/// A frame as users write it: up to ten significant digits, so 1 + 3 * 0.1 reads 1.3.
+std::string frameText(double frame) {
+    std::ostringstream text;
+    text.precision(10);
+    text << frame;
+    return text.str();
+}
+
 void report(std::ostream& out, double frame, std::size_t strands, GroomSession& session, const ExportRequest& r) {
-    out << "frame " << frame << ": " << strands << " strands\n";
+    out << "frame " << frameText(frame) << ": " << strands << " strands\n";
     for (const std::string& message : session.messages()) out << "  note: " << message << '\n';
     for (const auto& [node, text] : session.notes()) out << "  note: " << node << ": " << text << '\n';
     if (r.stats) out << "stats: " << session.statsJson() << '\n';
