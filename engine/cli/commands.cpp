@@ -1,5 +1,8 @@
 #include "cli/commands.h"
 
+#include "cli/abc_info_command.h"
+#include "cli/eval_command.h"
+#include "cli/hash_command.h"
 #include "cli/info_command.h"
 
 namespace tressora::cli {
@@ -8,6 +11,9 @@ const CommandTable& builtinCommands() {
     static const CommandTable table = [] {
         CommandTable t;
         t.info = infoCommand;
+        t.abcInfo = abcInfoCommand;
+        t.hash = hashCommand;
+        t.eval = evalCommand;
         return t;
     }();
     return table;

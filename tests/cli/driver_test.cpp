@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
@@ -37,8 +38,12 @@ TEST(DriverProgram, UnknownOrIncompleteCommandsPrintUsageAndExitOne) {
 TEST(DriverProgram, ListOperatorsPrintsTheRegistryInNameOrder) {
     const auto r = runCli({"--list-operators"});
     EXPECT_EQ(r.exitCode, 0);
+    // The program's main adds the Alembic family to the built-ins.
+    std::vector<std::string> names = OperatorRegistry::instance().names();
+    names.push_back("ImportCurves");
+    std::sort(names.begin(), names.end());
     std::string expected;
-    for (const std::string& name : OperatorRegistry::instance().names()) expected += name + "\n";
+    for (const std::string& name : names) expected += name + "\n";
     EXPECT_EQ(r.out, expected);
 }
 

@@ -1,0 +1,101 @@
+#include "cli/eval_options.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <stdexcept>
+#include <string_view>
+
+#include "groom/export_writers.h"
+
+namespace tressora::cli {
+namespace {
+
+// The standard library's conversions, with the runtime's messages worded the same on every
+// platform.
+double toDouble(const std::string& text) {
+    try {
+        return std::stod(text);
+    } catch (const std::out_of_range&) {
+        throw std::out_of_range("stod argument out of range");
+    } catch (const std::invalid_argument&) {
+        throw std::invalid_argument("invalid stod argument");
+    }
+}
+
+float toFloat(const std::string& text) {
+    try {
+        return std::stof(text);
+    } catch (const std::out_of_range&) {
+        throw std::out_of_range("stof argument out of range");
+    } catch (const std::invalid_argument&) {
+        throw std::invalid_argument("invalid stof argument");
+    }
+}
+
+/// "<frame>" or "<start>-<end>", each read by strtod, the text used up exactly.
+void parseFrames(const char* text, EvalOptions& o) {
+    const auto bad = [] { return std::invalid_argument("bad frame range"); };
+    char* end = nullptr;
+    const double first = std::strtod(text, &end);
+    if (end == text) throw bad();
+    if (*end == '\0') {
+        o.start = o.end = first;
+        return;
+    }
+    if (*end != '-') throw bad();
+    const char* second = end + 1;
+    const double last = std::strtod(second, &end);
+    if (end == second || *end != '\0') throw bad();
+    o.start = first;
+    o.end = last;
+}
+
+}  // namespace
+
+EvalOptions parseEvalOptions(int argc, char** argv) {
+    EvalOptions o;
+    bool haveGroom = false;
+    for (int i = 2; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const auto value = [&]() -> std::string {
+            if (i + 1 >= argc) throw std::invalid_argument(arg + " needs a value");
+            return argv[++i];
+        };
+        if (arg == "-o" || arg == "--out") {
+            o.output = value();
+        } else if (arg == "-f" || arg == "--frames") {
+            const std::string text = value();
+            parseFrames(text.c_str(), o);
+        } else if (arg == "--step") {
+            o.step = toDouble(value());
+        } else if (arg == "--density") {
+            o.density = toFloat(value());
+        } else if (arg == "--timings") {
+            o.timings = true;
+        } else if (arg == "--stats") {
+            o.stats = true;
+        } else if (arg == "--scales") {
+            o.scales = value();
+            if (o.scales != "mesh" && o.scales != "instancer" && o.scales != "both" && o.scales != "none")
+                throw std::invalid_argument("--scales must be mesh, instancer, both or none");
+        } else if (!arg.empty() && arg[0] == '-') {
+            throw std::invalid_argument("unknown option " + arg);
+        } else if (haveGroom) {
+            throw std::invalid_argument("unexpected argument " + arg);
+        } else {
+            o.groom = arg;
+            haveGroom = true;
+        }
+    }
+
+    if (o.groom.empty() || o.output.empty()) throw std::invalid_argument("eval needs a groom file and -o <output>");
+    if (!(o.step > 0.0)) throw std::invalid_argument("--step must be positive");
+    if (o.start > o.end) throw std::invalid_argument("the end frame is before the start frame");
+    if (!(o.density >= 0.0f && o.density <= 1.0f)) throw std::invalid_argument("--density must be between 0 and 1");
+    if (!isExportPath(o.output)) throw std::invalid_argument("the output must be .abc, .usda or .vrscene");
+    if ((o.scales == "instancer" || o.scales == "both") && !isUsdPath(o.output))
+        throw std::invalid_argument("an instancer goes to USD");
+    return o;
+}
+
+}  // namespace tressora::cli

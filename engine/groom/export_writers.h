@@ -1,0 +1,45 @@
+#pragma once
+// The frame writers an export can drive, behind one small interface: Alembic (.abc), USD text
+// (.usda, .usd) and V-Ray scenes (.vrscene), chosen by the output's extension.
+
+#include <memory>
+#include <string>
+
+#include "core/instances.h"
+#include "core/strand_set.h"
+#include "groom/groom_scene.h"
+#include "io/export_view.h"
+#include "io/usd_writer.h"
+
+namespace tressora {
+
+/// Takes frames in rising order and finishes the file on close().
+class FrameWriter {
+public:
+    virtual ~FrameWriter() = default;
+    /// One frame: the strands (never null: an empty set for none), the scalp's uvs and the
+    /// baked scales (both may be null).
+    virtual void write(double frame, const StrandSet& strands, const ScalpUvs* scalp, const ScaleMesh* scales) = 0;
+    virtual void close() = 0;
+};
+
+/// What the writers take from the export besides the frames.
+struct FrameWriterSetup {
+    std::string path;          ///< ends in .abc, .usda, .usd or .vrscene
+    double firstFrame = 1.0;
+    double step = 1.0;
+    ScaleOutput scales = ScaleOutput::mesh;
+    std::string application;   ///< the Alembic archive's "_ai_Application"
+    PrototypeLookup prototypes;
+};
+
+/// Whether the path names an output an export can write (case-sensitive extensions).
+bool isExportPath(const std::string& path);
+bool isUsdPath(const std::string& path);
+
+/// Opens the writer for the setup's extension. Alembic gets the root "groom", the scene's
+/// frames per second and the first frame's time; USD and V-Ray get the scene's up axis and
+/// its length unit in metres, USD also the scale mode. The writers' own failures propagate.
+std::unique_ptr<FrameWriter> openFrameWriter(const FrameWriterSetup& setup, const GroomScene& scene);
+
+}  // namespace tressora

@@ -1,0 +1,107 @@
+#include "groom/groom_export.h"
+
+#include <cmath>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+
+#include "core/instances.h"
+#include "groom/export_writers.h"
+#include "groom/prototypes_json.h"
+
+namespace tressora {
+namespace {
+
+ScaleOutput scaleOutputOf(const std::string& text) {
+    if (text == "mesh") return ScaleOutput::mesh;
+    if (text == "instancer") return ScaleOutput::instancer;
+    if (text == "both") return ScaleOutput::both;
+    if (text == "none") return ScaleOutput::none;
+    throw std::invalid_argument("scales must be mesh, instancer, both or none");
+}
+
+void checkRequest(const ExportRequest& r) {
+    if (r.output.empty()) throw std::invalid_argument("no output file");
+    if (!(r.step > 0.0)) throw std::invalid_argument("the frame step must be positive");
+    if (r.start > r.end) throw std::invalid_argument("the end frame is before the start frame");
+    if (!(r.density >= 0.0f && r.density <= 1.0f)) throw std::invalid_argument("the density must be between 0 and 1");
+    if (!isExportPath(r.output)) throw std::invalid_argument("the output must be .abc, .usda, .usd or .vrscene");
+    const ScaleOutput scales = scaleOutputOf(r.scales);
+    if ((scales == ScaleOutput::instancer || scales == ScaleOutput::both) && !isUsdPath(r.output))
+        throw std::invalid_argument("an instancer goes to USD");
+}
+
+/// The prototypes stored in the scene, by name.
+PrototypeLookup scenePrototypes(const GroomScene& scene) {
+    if (!scene.prototypes.is_object()) return {};
+    return [&scene](std::string_view name) { return storedPrototype(scene.prototypes, name); };
+}
+
+/// A frame as users write it: up to ten significant digits, so 1 + 3 * 0.1 reads 1.3.
+std::string frameText(double frame) {
+    std::ostringstream text;
+    text.precision(10);
+    text << frame;
+    return text.str();
+}
+
+void report(std::ostream& out, double frame, std::size_t strands, GroomSession& session, const ExportRequest& r) {
+    out << "frame " << frameText(frame) << ": " << strands << " strands\n";
+    for (const std::string& message : session.messages()) out << "  note: " << message << '\n';
+    for (const auto& [node, text] : session.notes()) out << "  note: " << node << ": " << text << '\n';
+    if (r.stats) out << "stats: " << session.statsJson() << '\n';
+    if (r.timings)
+        for (const auto& [node, ms] : session.timings()) out << "  " << node << ": " << ms << " ms\n";
+}
+
+}  // namespace
+
+std::uint64_t exportFrameCount(double start, double end, double step) {
+    return static_cast<std::uint64_t>(std::floor((end - start) / step + 0.000001)) + 1;
+}
+
+ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
+    checkRequest(request);
+    const ScaleOutput scales = scaleOutputOf(request.scales);
+    const GroomScene& scene = session.scene();
+    const PrototypeLookup prototypes = scenePrototypes(scene);
+
+    FrameWriterSetup setup;
+    setup.path = request.output;
+    setup.firstFrame = request.start;
+    setup.step = request.step;
+    setup.scales = scales;
+    setup.application = request.application;
+    setup.prototypes = prototypes;
+    std::unique_ptr<FrameWriter> writer = openFrameWriter(setup, scene);
+
+    const std::uint64_t frames = exportFrameCount(request.start, request.end, request.step);
+    // Nothing can move: the first frame's strands stand for every frame.
+    const bool moves = session.hasMotion();
+    const StrandSet none;
+    std::shared_ptr<const StrandSet> strands;
+    std::unique_ptr<ScaleMesh> scaleMesh;
+    ExportResult result;
+    for (std::uint64_t i = 0; i < frames; ++i) {
+        const double frame = request.start + static_cast<double>(i) * request.step;
+        if (i == 0 || moves) {
+            session.setFrame(frame);
+            strands = session.evaluate(frame, request.density);
+            scaleMesh.reset();
+            if (strands && strands->instances() && scales != ScaleOutput::none)
+                scaleMesh = std::make_unique<ScaleMesh>(bakeScaleMesh(*strands->instances(), prototypes));
+        }
+        const std::shared_ptr<const ScalpMesh>& scalp = session.scalp();
+        const ScalpUvs uvs{scalp && scalp->hasUvs() ? scalp->uvs() : std::span<const std::array<float, 2>>()};
+        writer->write(frame, strands ? *strands : none, scalp && scalp->hasUvs() ? &uvs : nullptr, scaleMesh.get());
+        const std::size_t count = strands ? strands->strandCount() : 0;
+        result.strands += count;
+        ++result.frames;
+        if (request.progress) report(*request.progress, frame, count, session, request);
+    }
+    writer->close();
+    return result;
+}
+
+}  // namespace tressora
