@@ -49,6 +49,44 @@ void leafBounds(const BvhTree& tree, std::uint32_t first, std::uint32_t count,
     }
 }
 
+/// Lays the inner nodes' child pairs out in depth-first order for the closest-point walk.
+void packPairs(BvhTree& tree) {
+    const std::size_t count = tree.nodes.size();
+    // Pair index of each inner node, numbered in pre-order with the left subtree first.
+    std::vector<std::uint32_t> pairOf(count, 0);
+    std::uint32_t next = 0;
+    std::vector<std::uint32_t> stack;
+    if (!tree.isLeaf(0)) stack.push_back(0);
+    while (!stack.empty()) {
+        const std::uint32_t n = stack.back();
+        stack.pop_back();
+        pairOf[n] = next++;
+        const std::uint32_t left = tree.nodes[n][0];
+        if (!tree.isLeaf(left + 1)) stack.push_back(left + 1);
+        if (!tree.isLeaf(left)) stack.push_back(left);
+    }
+    const auto record = [&](std::uint32_t n) {
+        return tree.isLeaf(n) ? tree.nodes[n] : std::array<std::uint32_t, 2>{pairOf[n], 0};
+    };
+    tree.root = record(0);
+    tree.pairs.assign(next, BvhTree::ChildPair{});
+    for (std::uint32_t n = 0; n < count; ++n) {
+        if (tree.isLeaf(n)) continue;
+        BvhTree::ChildPair& pair = tree.pairs[pairOf[n]];
+        const std::uint32_t left = tree.nodes[n][0];
+        for (std::uint32_t side = 0; side < 2; ++side) {
+            const float* b = &tree.bounds[std::size_t{left + side} * 6];
+            pair.xy[0][side] = b[0];
+            pair.xy[0][2 + side] = b[1];
+            pair.xy[1][side] = b[3];
+            pair.xy[1][2 + side] = b[4];
+            pair.z[side] = b[2];
+            pair.z[2 + side] = b[5];
+            pair.child[side] = record(left + side);
+        }
+    }
+}
+
 /// Fills the corner copies and every node's bounds: leaves in parallel from their triangles,
 /// then inner nodes from the last to the first, since children always come after their parent.
 void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const MeshTriangle> triangles) {
@@ -78,6 +116,7 @@ void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const Me
             b[3 + a] = std::max(l[3 + a], r[3 + a]);
         }
     }
+    packPairs(tree);
 }
 
 /// Asks the processor to start loading the cache line at p.
@@ -110,6 +149,36 @@ inline float boxDistanceSquared(const float* box, const float* q) {
         s[a] = d * d;
     }
     return (s[0] + s[1]) + s[2];
+}
+#endif
+
+/// Squared distances from q to the boxes of a pair's left and right child, computed exactly
+/// as boxDistanceSquared does for each box alone.
+#ifdef TRESSORA_TREE_SSE
+inline void pairDistancesSquared(const BvhTree::ChildPair& pair, __m128 qxy, __m128 qz, float& left,
+                                 float& right) {
+    const __m128 zero = _mm_setzero_ps();
+    const __m128 lo = _mm_load_ps(pair.xy[0]);
+    const __m128 hi = _mm_load_ps(pair.xy[1]);
+    const __m128 dxy = _mm_max_ps(_mm_max_ps(_mm_sub_ps(lo, qxy), _mm_sub_ps(qxy, hi)), zero);
+    const __m128 z = _mm_load_ps(pair.z);
+    const __m128 above = _mm_sub_ps(qz, z);  // lanes 2 and 3: q minus max z
+    const __m128 dz = _mm_max_ps(_mm_max_ps(_mm_sub_ps(z, qz), _mm_movehl_ps(above, above)), zero);
+    const __m128 sxy = _mm_mul_ps(dxy, dxy);
+    const __m128 sum = _mm_add_ps(_mm_add_ps(sxy, _mm_movehl_ps(sxy, sxy)), _mm_mul_ps(dz, dz));
+    left = _mm_cvtss_f32(sum);
+    right = _mm_cvtss_f32(_mm_shuffle_ps(sum, sum, 1));
+}
+#else
+inline void pairDistancesSquared(const BvhTree::ChildPair& pair, const float* q, float& left, float& right) {
+    float d[2];
+    for (int side = 0; side < 2; ++side) {
+        const float box[6] = {pair.xy[0][side], pair.xy[0][2 + side], pair.z[side],
+                              pair.xy[1][side], pair.xy[1][2 + side], pair.z[2 + side]};
+        d[side] = boxDistanceSquared(box, q);
+    }
+    left = d[0];
+    right = d[1];
 }
 #endif
 
@@ -226,32 +295,38 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
 
 #ifdef TRESSORA_TREE_SSE
     const __m128 q = _mm_set_ps(0.0f, query.z, query.y, query.x);
+    const __m128 qxy = _mm_set_ps(query.y, query.y, query.x, query.x);
+    const __m128 qz = _mm_set1_ps(query.z);
+#define TRESSORA_PAIR_QUERY qxy, qz
 #else
     const float q[3] = {query.x, query.y, query.z};
+#define TRESSORA_PAIR_QUERY q
 #endif
-    // Each entry carries its node's record, read together with its sibling's when the parent
-    // was opened, so popping an entry starts no new memory access; the data the entry will
-    // need (its children's bounds or its triangles) is prefetched at that time as well.
+    // A node is known by its child record (see BvhTree::ChildPair), read with its sibling's
+    // when the parent was opened, so popping an entry starts no new memory access. The data
+    // a record leads to (its children's pair or its triangles) is prefetched as soon as the
+    // record is read, for the near child as well as for the far one on the stack.
+    using Record = std::array<std::uint32_t, 2>;
     struct Entry {
-        std::array<std::uint32_t, 2> node;
+        Record node;
         float distance;
     };
-    const float* bounds = tree.bounds.data();
-    auto prefetch = [&](const std::array<std::uint32_t, 2>& node) {
+    const BvhTree::ChildPair* pairs = tree.pairs.data();
+    auto prefetch = [&](const Record& node) {
         if (node[1] != 0) {
             const char* first = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0]} * 9]);
             const char* last = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0] + node[1]} * 9]);
             for (const char* p = first; p < last; p += 64) prefetchLine(p);
         } else {
-            prefetchLine(bounds + node[0] * 6);
+            prefetchLine(pairs + node[0]);
         }
     };
     Entry stack[64];
     int top = 0;
     // The near child is walked into at once rather than pushed and popped: nothing can
     // change the best distance in between, so this is the same order as a push and a pop.
-    std::array<std::uint32_t, 2> node = tree.nodes[0];
-    bool walking = boxDistanceSquared(bounds, q) < best;
+    Record node = tree.root;
+    bool walking = boxDistanceSquared(tree.bounds.data(), q) < best;
     for (;;) {
         if (!walking) {
             while (top > 0 && !(stack[top - 1].distance < best)) --top;
@@ -263,25 +338,22 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
             testLeaf(tree, node[0], node[1], query, best, hit);
             continue;
         }
-        const std::uint32_t left = node[0];
-        const float dl = boxDistanceSquared(bounds + left * 6, q);
-        const float dr = boxDistanceSquared(bounds + (left + 1) * 6, q);
-        const auto& l = tree.nodes[left];
-        const auto& r = tree.nodes[left + 1];
+        const BvhTree::ChildPair& pair = pairs[node[0]];
+        float dl, dr;
+        pairDistancesSquared(pair, TRESSORA_PAIR_QUERY, dl, dr);
         // The far child waits on the stack; the near one goes first, the left one on a tie.
         const bool leftFirst = dl <= dr;
-        const auto& nearNode = leftFirst ? l : r;
-        const auto& farNode = leftFirst ? r : l;
+        const Record& nearNode = pair.child[leftFirst ? 0 : 1];
+        const Record& farNode = pair.child[leftFirst ? 1 : 0];
         const float nearDistance = leftFirst ? dl : dr, farDistance = leftFirst ? dr : dl;
+        if (nearDistance < best) walking = true;
         if (farDistance < best) {
             prefetch(farNode);
             stack[top++] = {farNode, farDistance};
         }
-        if (nearDistance < best) {
-            node = nearNode;
-            walking = true;
-        }
+        if (walking) node = nearNode;
     }
+#undef TRESSORA_PAIR_QUERY
     return hit;
 }
 
