@@ -192,6 +192,80 @@ void perlin3(const float* p, std::uint64_t seed, int width, float* out) {
     blend3(hashes, ax.fraction, ay.fraction, az.fraction, width, out);
 }
 
+#ifdef TRESSORA_NOISE_SSE
+namespace {
+
+/// perlin3 of width 1 at four points whose coordinates are all below 2^23 in magnitude: the
+/// lanes are points, and each lane computes what the one-point form computes, in its order.
+void perlin3Four(__m128 px, __m128 py, __m128 pz, std::uint64_t seed, float* out) {
+    alignas(16) std::int32_t cells[3][4];
+    __m128 fraction[3];
+    const __m128 axes[3] = {px, py, pz};
+    for (int a = 0; a < 3; ++a) {
+        const __m128i truncated = _mm_cvttps_epi32(axes[a]);
+        const __m128 whole = _mm_cvtepi32_ps(truncated);
+        const __m128 roundedUp = _mm_cmpgt_ps(whole, axes[a]);
+        _mm_store_si128(reinterpret_cast<__m128i*>(cells[a]), _mm_add_epi32(truncated, _mm_castps_si128(roundedUp)));
+        const __m128 lower = _mm_sub_ps(whole, _mm_and_ps(roundedUp, _mm_set1_ps(1.0f)));
+        fraction[a] = _mm_add_ps(_mm_sub_ps(axes[a], lower), _mm_setzero_ps());
+    }
+    std::uint64_t hashes[4][8];
+    for (int i = 0; i < 4; ++i) cornerHashes(cells[0][i], cells[1][i], cells[2][i], seed, hashes[i]);
+
+    const __m128 one = _mm_set1_ps(1.0f);
+    const auto fadeOf = [](__m128 f) {
+        return _mm_mul_ps(_mm_mul_ps(_mm_mul_ps(f, f), f),
+                          _mm_add_ps(_mm_mul_ps(f, _mm_sub_ps(_mm_mul_ps(_mm_set1_ps(6.0f), f), _mm_set1_ps(15.0f))),
+                                     _mm_set1_ps(10.0f)));
+    };
+    const auto lerpOf = [](__m128 a, __m128 b, __m128 t) { return _mm_add_ps(a, _mm_mul_ps(_mm_sub_ps(b, a), t)); };
+    const __m128 u = fadeOf(fraction[0]), v = fadeOf(fraction[1]), w = fadeOf(fraction[2]);
+    const __m128 near[3] = {fraction[0], fraction[1], fraction[2]};
+    const __m128 far[3] = {_mm_sub_ps(fraction[0], one), _mm_sub_ps(fraction[1], one), _mm_sub_ps(fraction[2], one)};
+    __m128 corner[8];
+    for (int c = 0; c < 8; ++c) {
+        const auto field = [&](int i) { return static_cast<int>(hashes[i][c] & 0xFFFFu); };
+        const __m128i bits = _mm_set_epi32(field(3), field(2), field(1), field(0));
+        // Modulo 12 on the low sixteen bits of each lane (the high ones are zero).
+        const __m128i quotient = _mm_srli_epi16(_mm_mulhi_epu16(bits, _mm_set1_epi16(static_cast<short>(43691))), 3);
+        const __m128i index = _mm_sub_epi16(bits, _mm_mullo_epi16(quotient, _mm_set1_epi16(12)));
+        corner[c] = gradientDots(index, (c & 1) ? far[0] : near[0], (c & 2) ? far[1] : near[1],
+                                 (c & 4) ? far[2] : near[2]);
+    }
+    const __m128 x00 = lerpOf(corner[0], corner[1], u), x10 = lerpOf(corner[2], corner[3], u);
+    const __m128 x01 = lerpOf(corner[4], corner[5], u), x11 = lerpOf(corner[6], corner[7], u);
+    _mm_storeu_ps(out, lerpOf(lerpOf(x00, x10, v), lerpOf(x01, x11, v), w));
+}
+
+}  // namespace
+#endif
+
+void perlin3Points(const float* x, const float* y, const float* z, std::size_t count, std::uint64_t seed,
+                   float* out) {
+    std::size_t i = 0;
+#ifdef TRESSORA_NOISE_SSE
+    const __m128 limit = _mm_set1_ps(8388608.0f), sign = _mm_set1_ps(-0.0f);
+    for (; i + 4 <= count; i += 4) {
+        const __m128 px = _mm_loadu_ps(x + i), py = _mm_loadu_ps(y + i), pz = _mm_loadu_ps(z + i);
+        const __m128 small = _mm_and_ps(_mm_and_ps(_mm_cmplt_ps(_mm_andnot_ps(sign, px), limit),
+                                                   _mm_cmplt_ps(_mm_andnot_ps(sign, py), limit)),
+                                        _mm_cmplt_ps(_mm_andnot_ps(sign, pz), limit));
+        if (_mm_movemask_ps(small) == 0xF) {
+            perlin3Four(px, py, pz, seed, out + i);
+            continue;
+        }
+        for (std::size_t k = i; k < i + 4; ++k) {
+            const float p[3] = {x[k], y[k], z[k]};
+            perlin3(p, seed, 1, out + k);
+        }
+    }
+#endif
+    for (; i < count; ++i) {
+        const float p[3] = {x[i], y[i], z[i]};
+        perlin3(p, seed, 1, out + i);
+    }
+}
+
 void perlin4(const float* p, float w, std::uint64_t seed, int width, float* out) {
     const Axis ax = axisOf(p[0]), ay = axisOf(p[1]), az = axisOf(p[2]), aw = axisOf(w);
     float slice[2][3];

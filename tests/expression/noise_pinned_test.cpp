@@ -86,6 +86,27 @@ TEST(NoisePinned, BasisDigestsAreUnchanged) {
     EXPECT_EQ(periodic, 3811860120965318158ull);
 }
 
+TEST(NoisePinned, PointBatchesGiveTheOnePointValues) {
+    const auto points = samplePoints();
+    std::vector<float> x, y, z;
+    for (const auto& p : points) {
+        x.push_back(p[0]);
+        y.push_back(p[1]);
+        z.push_back(p[2]);
+    }
+    // Every length, so that runs of four and the remainder both show.
+    for (std::size_t count : {points.size(), points.size() - 1, std::size_t{3}, std::size_t{0}}) {
+        std::vector<float> batch(count + 1, 7.0f);
+        perlin3Points(x.data(), y.data(), z.data(), count, kSnoiseSeed, batch.data());
+        for (std::size_t i = 0; i < count; ++i) {
+            float one = 0.0f;
+            perlin3(points[i].data(), kSnoiseSeed, 1, &one);
+            ASSERT_EQ(std::bit_cast<std::uint32_t>(batch[i]), std::bit_cast<std::uint32_t>(one)) << "point " << i;
+        }
+        EXPECT_EQ(batch[count], 7.0f) << "wrote past the end";
+    }
+}
+
 TEST(NoisePinned, FractalDigestsAreUnchanged) {
     const auto points = samplePoints();
     const FractalSettings settings = fractalSettings(5.0f, 2.1f, 0.45f);
