@@ -91,7 +91,8 @@ void packPairs(BvhTree& tree) {
 /// then inner nodes from the last to the first, since children always come after their parent.
 void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const MeshTriangle> triangles) {
     const std::size_t count = tree.nodes.size();
-    tree.corners.assign(tree.order.size() * 9, 0.0f);
+    // Three floats past the end, so that a four-wide load of a leaf's last row stays inside.
+    tree.corners.assign(tree.order.size() * 9 + 3, 0.0f);
     tree.bounds.assign(count * 6 + 2, 0.0f);
     parallelRange(0, count, kLeafGrain, [&](std::size_t lo, std::size_t hi) {
         for (std::size_t n = lo; n < hi; ++n) {
@@ -182,20 +183,94 @@ inline void pairDistancesSquared(const BvhTree::ChildPair& pair, const float* q,
 }
 #endif
 
+#ifdef TRESSORA_TREE_SSE
+
+/// closestOnTriangle for a triangle whose six corner dot products are already known: the
+/// same regions in the same order with the same operations, so the answers are identical.
+/// (d1, d2) are ab and ac dotted with x - a, (d3, d4) with x - b, (d5, d6) with x - c.
+inline TriangleClosest closestFromDots(Vec3f x, Vec3f a, Vec3f b, Vec3f c, const float* d) {
+    const float d1 = d[0], d2 = d[1], d3 = d[2], d4 = d[3], d5 = d[4], d6 = d[5];
+    if (d1 <= 0.0f && d2 <= 0.0f) return {a, 0.0f, 0.0f, lengthSquared(x - a), TriangleFeature::Corner0};
+    if (d3 >= 0.0f && d4 <= d3) return {b, 1.0f, 0.0f, lengthSquared(x - b), TriangleFeature::Corner1};
+    const Vec3f ab = b - a, ac = c - a;
+    const float vc = d1 * d4 - d3 * d2;
+    if (vc <= 0.0f && d1 >= 0.0f && d3 <= 0.0f) {
+        const float v = d1 / (d1 - d3);
+        const Vec3f p = a + ab * v;
+        return {p, v, 0.0f, lengthSquared(x - p), TriangleFeature::Edge01};
+    }
+    if (d6 >= 0.0f && d5 <= d6) return {c, 0.0f, 1.0f, lengthSquared(x - c), TriangleFeature::Corner2};
+    const float vb = d5 * d2 - d1 * d6;
+    if (vb <= 0.0f && d2 >= 0.0f && d6 <= 0.0f) {
+        const float w = d2 / (d2 - d6);
+        const Vec3f p = a + ac * w;
+        return {p, 0.0f, w, lengthSquared(x - p), TriangleFeature::Edge02};
+    }
+    const float va = d3 * d6 - d5 * d4;
+    if (va <= 0.0f && (d4 - d3) >= 0.0f && (d5 - d6) >= 0.0f) {
+        const float w = (d4 - d3) / ((d4 - d3) + (d5 - d6));
+        const Vec3f p = b + (c - b) * w;
+        return {p, 1.0f - w, w, lengthSquared(x - p), TriangleFeature::Edge12};
+    }
+    const float sum = va + vb + vc;
+    if (!(sum > 0.0f) || !std::isfinite(sum)) return detail::closestOnFlatTriangle(x, a, b, c);
+    const float inv = 1.0f / sum;
+    const float v = vb * inv, w = vc * inv;
+    const Vec3f p = a + ab * v + ac * w;
+    return {p, v, w, lengthSquared(x - p), TriangleFeature::Face};
+}
+
+/// The dot products of the tests above for up to four triangles at once, one per lane: the
+/// leaf's corner rows are loaded four wide (lanes past the leaf's count are ignored).
+inline void leafDots(const float* rows, std::uint32_t count, __m128 qx, __m128 qy, __m128 qz, float (*dots)[4]) {
+    const auto row = [&](int r) { return _mm_loadu_ps(rows + static_cast<std::size_t>(r) * count); };
+    const __m128 ax = row(0), ay = row(1), az = row(2);
+    const __m128 bx = row(3), by = row(4), bz = row(5);
+    const __m128 cx = row(6), cy = row(7), cz = row(8);
+    const __m128 abx = _mm_sub_ps(bx, ax), aby = _mm_sub_ps(by, ay), abz = _mm_sub_ps(bz, az);
+    const __m128 acx = _mm_sub_ps(cx, ax), acy = _mm_sub_ps(cy, ay), acz = _mm_sub_ps(cz, az);
+    // dot(u, v) = (u.x v.x + u.y v.y) + u.z v.z, as in the one-triangle form
+    const auto dot = [](__m128 ux, __m128 uy, __m128 uz, __m128 vx, __m128 vy, __m128 vz) {
+        return _mm_add_ps(_mm_add_ps(_mm_mul_ps(ux, vx), _mm_mul_ps(uy, vy)), _mm_mul_ps(uz, vz));
+    };
+    const __m128 apx = _mm_sub_ps(qx, ax), apy = _mm_sub_ps(qy, ay), apz = _mm_sub_ps(qz, az);
+    const __m128 bpx = _mm_sub_ps(qx, bx), bpy = _mm_sub_ps(qy, by), bpz = _mm_sub_ps(qz, bz);
+    const __m128 cpx = _mm_sub_ps(qx, cx), cpy = _mm_sub_ps(qy, cy), cpz = _mm_sub_ps(qz, cz);
+    _mm_store_ps(dots[0], dot(abx, aby, abz, apx, apy, apz));
+    _mm_store_ps(dots[1], dot(acx, acy, acz, apx, apy, apz));
+    _mm_store_ps(dots[2], dot(abx, aby, abz, bpx, bpy, bpz));
+    _mm_store_ps(dots[3], dot(acx, acy, acz, bpx, bpy, bpz));
+    _mm_store_ps(dots[4], dot(abx, aby, abz, cpx, cpy, cpz));
+    _mm_store_ps(dots[5], dot(acx, acy, acz, cpx, cpy, cpz));
+}
+
+#endif
+
 /// Tests a leaf's triangles in order; a strictly smaller distance replaces the best, so of
 /// equal distances the first tested is kept.
 void testLeaf(const BvhTree& tree, std::uint32_t first, std::uint32_t count, Vec3f query, float& best,
               TreeHit& hit) {
+#ifdef TRESSORA_TREE_SSE
+    alignas(16) float dots[6][4];
+    leafDots(&tree.corners[std::size_t{first} * 9], count, _mm_set1_ps(query.x), _mm_set1_ps(query.y),
+             _mm_set1_ps(query.z), dots);
+#endif
     for (std::uint32_t i = 0; i < count; ++i) {
-        const TriangleClosest c = closestOnTriangle(query, tree.corner(first, count, i, 0),
-                                                    tree.corner(first, count, i, 1), tree.corner(first, count, i, 2));
-        if (!(c.distanceSquared < best)) continue;
-        best = c.distanceSquared;
+        const Vec3f a = tree.corner(first, count, i, 0), b = tree.corner(first, count, i, 1),
+                    c = tree.corner(first, count, i, 2);
+#ifdef TRESSORA_TREE_SSE
+        const float d[6] = {dots[0][i], dots[1][i], dots[2][i], dots[3][i], dots[4][i], dots[5][i]};
+        const TriangleClosest closest = closestFromDots(query, a, b, c, d);
+#else
+        const TriangleClosest closest = closestOnTriangle(query, a, b, c);
+#endif
+        if (!(closest.distanceSquared < best)) continue;
+        best = closest.distanceSquared;
         hit.face = static_cast<std::int32_t>(tree.order[first + i]);
-        hit.b1 = c.b1;
-        hit.b2 = c.b2;
-        hit.position = c.point;
-        hit.distanceSquared = c.distanceSquared;
+        hit.b1 = closest.b1;
+        hit.b2 = closest.b2;
+        hit.position = closest.point;
+        hit.distanceSquared = closest.distanceSquared;
     }
 }
 
@@ -343,8 +418,9 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
         pairDistancesSquared(pair, TRESSORA_PAIR_QUERY, dl, dr);
         // The far child waits on the stack; the near one goes first, the left one on a tie.
         const bool leftFirst = dl <= dr;
-        const Record& nearNode = pair.child[leftFirst ? 0 : 1];
-        const Record& farNode = pair.child[leftFirst ? 1 : 0];
+        const Record left = pair.child[0], right = pair.child[1];
+        const Record nearNode = leftFirst ? left : right;
+        const Record farNode = leftFirst ? right : left;
         const float nearDistance = leftFirst ? dl : dr, farDistance = leftFirst ? dr : dl;
         if (nearDistance < best) walking = true;
         if (farDistance < best) {
