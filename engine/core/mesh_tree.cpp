@@ -49,11 +49,50 @@ void leafBounds(const BvhTree& tree, std::uint32_t first, std::uint32_t count,
     }
 }
 
+/// Lays the inner nodes' child pairs out in depth-first order for the closest-point walk.
+void packPairs(BvhTree& tree) {
+    const std::size_t count = tree.nodes.size();
+    // Pair index of each inner node, numbered in pre-order with the left subtree first.
+    std::vector<std::uint32_t> pairOf(count, 0);
+    std::uint32_t next = 0;
+    std::vector<std::uint32_t> stack;
+    if (!tree.isLeaf(0)) stack.push_back(0);
+    while (!stack.empty()) {
+        const std::uint32_t n = stack.back();
+        stack.pop_back();
+        pairOf[n] = next++;
+        const std::uint32_t left = tree.nodes[n][0];
+        if (!tree.isLeaf(left + 1)) stack.push_back(left + 1);
+        if (!tree.isLeaf(left)) stack.push_back(left);
+    }
+    const auto record = [&](std::uint32_t n) {
+        return tree.isLeaf(n) ? tree.nodes[n] : std::array<std::uint32_t, 2>{pairOf[n], 0};
+    };
+    tree.root = record(0);
+    tree.pairs.assign(next, BvhTree::ChildPair{});
+    for (std::uint32_t n = 0; n < count; ++n) {
+        if (tree.isLeaf(n)) continue;
+        BvhTree::ChildPair& pair = tree.pairs[pairOf[n]];
+        const std::uint32_t left = tree.nodes[n][0];
+        for (std::uint32_t side = 0; side < 2; ++side) {
+            const float* b = &tree.bounds[std::size_t{left + side} * 6];
+            pair.xy[0][side] = b[0];
+            pair.xy[0][2 + side] = b[1];
+            pair.xy[1][side] = b[3];
+            pair.xy[1][2 + side] = b[4];
+            pair.z[side] = b[2];
+            pair.z[2 + side] = b[5];
+            pair.child[side] = record(left + side);
+        }
+    }
+}
+
 /// Fills the corner copies and every node's bounds: leaves in parallel from their triangles,
 /// then inner nodes from the last to the first, since children always come after their parent.
 void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const MeshTriangle> triangles) {
     const std::size_t count = tree.nodes.size();
-    tree.corners.assign(tree.order.size() * 9, 0.0f);
+    // Three floats past the end, so that a four-wide load of a leaf's last row stays inside.
+    tree.corners.assign(tree.order.size() * 9 + 3, 0.0f);
     tree.bounds.assign(count * 6 + 2, 0.0f);
     parallelRange(0, count, kLeafGrain, [&](std::size_t lo, std::size_t hi) {
         for (std::size_t n = lo; n < hi; ++n) {
@@ -78,6 +117,7 @@ void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const Me
             b[3 + a] = std::max(l[3 + a], r[3 + a]);
         }
     }
+    packPairs(tree);
 }
 
 /// Asks the processor to start loading the cache line at p.
@@ -113,20 +153,124 @@ inline float boxDistanceSquared(const float* box, const float* q) {
 }
 #endif
 
+/// Squared distances from q to the boxes of a pair's left and right child, computed exactly
+/// as boxDistanceSquared does for each box alone.
+#ifdef TRESSORA_TREE_SSE
+inline void pairDistancesSquared(const BvhTree::ChildPair& pair, __m128 qxy, __m128 qz, float& left,
+                                 float& right) {
+    const __m128 zero = _mm_setzero_ps();
+    const __m128 lo = _mm_load_ps(pair.xy[0]);
+    const __m128 hi = _mm_load_ps(pair.xy[1]);
+    const __m128 dxy = _mm_max_ps(_mm_max_ps(_mm_sub_ps(lo, qxy), _mm_sub_ps(qxy, hi)), zero);
+    const __m128 z = _mm_load_ps(pair.z);
+    const __m128 above = _mm_sub_ps(qz, z);  // lanes 2 and 3: q minus max z
+    const __m128 dz = _mm_max_ps(_mm_max_ps(_mm_sub_ps(z, qz), _mm_movehl_ps(above, above)), zero);
+    const __m128 sxy = _mm_mul_ps(dxy, dxy);
+    const __m128 sum = _mm_add_ps(_mm_add_ps(sxy, _mm_movehl_ps(sxy, sxy)), _mm_mul_ps(dz, dz));
+    left = _mm_cvtss_f32(sum);
+    right = _mm_cvtss_f32(_mm_shuffle_ps(sum, sum, 1));
+}
+#else
+inline void pairDistancesSquared(const BvhTree::ChildPair& pair, const float* q, float& left, float& right) {
+    float d[2];
+    for (int side = 0; side < 2; ++side) {
+        const float box[6] = {pair.xy[0][side], pair.xy[0][2 + side], pair.z[side],
+                              pair.xy[1][side], pair.xy[1][2 + side], pair.z[2 + side]};
+        d[side] = boxDistanceSquared(box, q);
+    }
+    left = d[0];
+    right = d[1];
+}
+#endif
+
+#ifdef TRESSORA_TREE_SSE
+
+/// closestOnTriangle for a triangle whose six corner dot products are already known: the
+/// same regions in the same order with the same operations, so the answers are identical.
+/// (d1, d2) are ab and ac dotted with x - a, (d3, d4) with x - b, (d5, d6) with x - c.
+inline TriangleClosest closestFromDots(Vec3f x, Vec3f a, Vec3f b, Vec3f c, const float* d) {
+    const float d1 = d[0], d2 = d[1], d3 = d[2], d4 = d[3], d5 = d[4], d6 = d[5];
+    if (d1 <= 0.0f && d2 <= 0.0f) return {a, 0.0f, 0.0f, lengthSquared(x - a), TriangleFeature::Corner0};
+    if (d3 >= 0.0f && d4 <= d3) return {b, 1.0f, 0.0f, lengthSquared(x - b), TriangleFeature::Corner1};
+    const Vec3f ab = b - a, ac = c - a;
+    const float vc = d1 * d4 - d3 * d2;
+    if (vc <= 0.0f && d1 >= 0.0f && d3 <= 0.0f) {
+        const float v = d1 / (d1 - d3);
+        const Vec3f p = a + ab * v;
+        return {p, v, 0.0f, lengthSquared(x - p), TriangleFeature::Edge01};
+    }
+    if (d6 >= 0.0f && d5 <= d6) return {c, 0.0f, 1.0f, lengthSquared(x - c), TriangleFeature::Corner2};
+    const float vb = d5 * d2 - d1 * d6;
+    if (vb <= 0.0f && d2 >= 0.0f && d6 <= 0.0f) {
+        const float w = d2 / (d2 - d6);
+        const Vec3f p = a + ac * w;
+        return {p, 0.0f, w, lengthSquared(x - p), TriangleFeature::Edge02};
+    }
+    const float va = d3 * d6 - d5 * d4;
+    if (va <= 0.0f && (d4 - d3) >= 0.0f && (d5 - d6) >= 0.0f) {
+        const float w = (d4 - d3) / ((d4 - d3) + (d5 - d6));
+        const Vec3f p = b + (c - b) * w;
+        return {p, 1.0f - w, w, lengthSquared(x - p), TriangleFeature::Edge12};
+    }
+    const float sum = va + vb + vc;
+    if (!(sum > 0.0f) || !std::isfinite(sum)) return detail::closestOnFlatTriangle(x, a, b, c);
+    const float inv = 1.0f / sum;
+    const float v = vb * inv, w = vc * inv;
+    const Vec3f p = a + ab * v + ac * w;
+    return {p, v, w, lengthSquared(x - p), TriangleFeature::Face};
+}
+
+/// The dot products of the tests above for up to four triangles at once, one per lane: the
+/// leaf's corner rows are loaded four wide (lanes past the leaf's count are ignored).
+inline void leafDots(const float* rows, std::uint32_t count, __m128 qx, __m128 qy, __m128 qz, float (*dots)[4]) {
+    const auto row = [&](int r) { return _mm_loadu_ps(rows + static_cast<std::size_t>(r) * count); };
+    const __m128 ax = row(0), ay = row(1), az = row(2);
+    const __m128 bx = row(3), by = row(4), bz = row(5);
+    const __m128 cx = row(6), cy = row(7), cz = row(8);
+    const __m128 abx = _mm_sub_ps(bx, ax), aby = _mm_sub_ps(by, ay), abz = _mm_sub_ps(bz, az);
+    const __m128 acx = _mm_sub_ps(cx, ax), acy = _mm_sub_ps(cy, ay), acz = _mm_sub_ps(cz, az);
+    // dot(u, v) = (u.x v.x + u.y v.y) + u.z v.z, as in the one-triangle form
+    const auto dot = [](__m128 ux, __m128 uy, __m128 uz, __m128 vx, __m128 vy, __m128 vz) {
+        return _mm_add_ps(_mm_add_ps(_mm_mul_ps(ux, vx), _mm_mul_ps(uy, vy)), _mm_mul_ps(uz, vz));
+    };
+    const __m128 apx = _mm_sub_ps(qx, ax), apy = _mm_sub_ps(qy, ay), apz = _mm_sub_ps(qz, az);
+    const __m128 bpx = _mm_sub_ps(qx, bx), bpy = _mm_sub_ps(qy, by), bpz = _mm_sub_ps(qz, bz);
+    const __m128 cpx = _mm_sub_ps(qx, cx), cpy = _mm_sub_ps(qy, cy), cpz = _mm_sub_ps(qz, cz);
+    _mm_store_ps(dots[0], dot(abx, aby, abz, apx, apy, apz));
+    _mm_store_ps(dots[1], dot(acx, acy, acz, apx, apy, apz));
+    _mm_store_ps(dots[2], dot(abx, aby, abz, bpx, bpy, bpz));
+    _mm_store_ps(dots[3], dot(acx, acy, acz, bpx, bpy, bpz));
+    _mm_store_ps(dots[4], dot(abx, aby, abz, cpx, cpy, cpz));
+    _mm_store_ps(dots[5], dot(acx, acy, acz, cpx, cpy, cpz));
+}
+
+#endif
+
 /// Tests a leaf's triangles in order; a strictly smaller distance replaces the best, so of
 /// equal distances the first tested is kept.
 void testLeaf(const BvhTree& tree, std::uint32_t first, std::uint32_t count, Vec3f query, float& best,
               TreeHit& hit) {
+#ifdef TRESSORA_TREE_SSE
+    alignas(16) float dots[6][4];
+    leafDots(&tree.corners[std::size_t{first} * 9], count, _mm_set1_ps(query.x), _mm_set1_ps(query.y),
+             _mm_set1_ps(query.z), dots);
+#endif
     for (std::uint32_t i = 0; i < count; ++i) {
-        const TriangleClosest c = closestOnTriangle(query, tree.corner(first, count, i, 0),
-                                                    tree.corner(first, count, i, 1), tree.corner(first, count, i, 2));
-        if (!(c.distanceSquared < best)) continue;
-        best = c.distanceSquared;
+        const Vec3f a = tree.corner(first, count, i, 0), b = tree.corner(first, count, i, 1),
+                    c = tree.corner(first, count, i, 2);
+#ifdef TRESSORA_TREE_SSE
+        const float d[6] = {dots[0][i], dots[1][i], dots[2][i], dots[3][i], dots[4][i], dots[5][i]};
+        const TriangleClosest closest = closestFromDots(query, a, b, c, d);
+#else
+        const TriangleClosest closest = closestOnTriangle(query, a, b, c);
+#endif
+        if (!(closest.distanceSquared < best)) continue;
+        best = closest.distanceSquared;
         hit.face = static_cast<std::int32_t>(tree.order[first + i]);
-        hit.b1 = c.b1;
-        hit.b2 = c.b2;
-        hit.position = c.point;
-        hit.distanceSquared = c.distanceSquared;
+        hit.b1 = closest.b1;
+        hit.b2 = closest.b2;
+        hit.position = closest.point;
+        hit.distanceSquared = closest.distanceSquared;
     }
 }
 
@@ -226,32 +370,38 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
 
 #ifdef TRESSORA_TREE_SSE
     const __m128 q = _mm_set_ps(0.0f, query.z, query.y, query.x);
+    const __m128 qxy = _mm_set_ps(query.y, query.y, query.x, query.x);
+    const __m128 qz = _mm_set1_ps(query.z);
+#define TRESSORA_PAIR_QUERY qxy, qz
 #else
     const float q[3] = {query.x, query.y, query.z};
+#define TRESSORA_PAIR_QUERY q
 #endif
-    // Each entry carries its node's record, read together with its sibling's when the parent
-    // was opened, so popping an entry starts no new memory access; the data the entry will
-    // need (its children's bounds or its triangles) is prefetched at that time as well.
+    // A node is known by its child record (see BvhTree::ChildPair), read with its sibling's
+    // when the parent was opened, so popping an entry starts no new memory access. The data
+    // a record leads to (its children's pair or its triangles) is prefetched as soon as the
+    // record is read, for the near child as well as for the far one on the stack.
+    using Record = std::array<std::uint32_t, 2>;
     struct Entry {
-        std::array<std::uint32_t, 2> node;
+        Record node;
         float distance;
     };
-    const float* bounds = tree.bounds.data();
-    auto prefetch = [&](const std::array<std::uint32_t, 2>& node) {
+    const BvhTree::ChildPair* pairs = tree.pairs.data();
+    auto prefetch = [&](const Record& node) {
         if (node[1] != 0) {
             const char* first = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0]} * 9]);
             const char* last = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0] + node[1]} * 9]);
             for (const char* p = first; p < last; p += 64) prefetchLine(p);
         } else {
-            prefetchLine(bounds + node[0] * 6);
+            prefetchLine(pairs + node[0]);
         }
     };
     Entry stack[64];
     int top = 0;
     // The near child is walked into at once rather than pushed and popped: nothing can
     // change the best distance in between, so this is the same order as a push and a pop.
-    std::array<std::uint32_t, 2> node = tree.nodes[0];
-    bool walking = boxDistanceSquared(bounds, q) < best;
+    Record node = tree.root;
+    bool walking = boxDistanceSquared(tree.bounds.data(), q) < best;
     for (;;) {
         if (!walking) {
             while (top > 0 && !(stack[top - 1].distance < best)) --top;
@@ -263,25 +413,23 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
             testLeaf(tree, node[0], node[1], query, best, hit);
             continue;
         }
-        const std::uint32_t left = node[0];
-        const float dl = boxDistanceSquared(bounds + left * 6, q);
-        const float dr = boxDistanceSquared(bounds + (left + 1) * 6, q);
-        const auto& l = tree.nodes[left];
-        const auto& r = tree.nodes[left + 1];
+        const BvhTree::ChildPair& pair = pairs[node[0]];
+        float dl, dr;
+        pairDistancesSquared(pair, TRESSORA_PAIR_QUERY, dl, dr);
         // The far child waits on the stack; the near one goes first, the left one on a tie.
         const bool leftFirst = dl <= dr;
-        const auto& nearNode = leftFirst ? l : r;
-        const auto& farNode = leftFirst ? r : l;
+        const Record left = pair.child[0], right = pair.child[1];
+        const Record nearNode = leftFirst ? left : right;
+        const Record farNode = leftFirst ? right : left;
         const float nearDistance = leftFirst ? dl : dr, farDistance = leftFirst ? dr : dl;
+        if (nearDistance < best) walking = true;
         if (farDistance < best) {
             prefetch(farNode);
             stack[top++] = {farNode, farDistance};
         }
-        if (nearDistance < best) {
-            node = nearNode;
-            walking = true;
-        }
+        if (walking) node = nearNode;
     }
+#undef TRESSORA_PAIR_QUERY
     return hit;
 }
 

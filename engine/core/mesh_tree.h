@@ -40,6 +40,21 @@ struct BvhTree {
     /// The number of nodes on the longest path from the root to a leaf.
     std::uint32_t depth = 0;
 
+    /// What the closest-point walk reads when it opens an inner node: both children's
+    /// bounds and records in one 64-byte line, laid out for two-wide box tests. A child
+    /// record is (first, count) for a leaf, as in `nodes`, and (its own pair's index in
+    /// `pairs`, 0) for an inner node. Pairs are stored in depth-first order, so the pair of a
+    /// left child follows its parent's. Derived from the structure and the pose.
+    struct alignas(64) ChildPair {
+        float xy[2][4];  ///< min, then max: x of left, x of right, y of left, y of right
+        float z[4];      ///< min z of left, right, max z of left, right
+        std::array<std::uint32_t, 2> child[2];
+    };
+    static_assert(sizeof(ChildPair) == 64, "a child pair fills one cache line");
+    std::vector<ChildPair> pairs;
+    /// The root's record in the form of a child record (see ChildPair).
+    std::array<std::uint32_t, 2> root{0, 0};
+
     bool isLeaf(std::uint32_t node) const { return nodes[node][1] != 0; }
 
     /// Builds the tree over all triangles (none gives an empty tree). Indices must be valid.

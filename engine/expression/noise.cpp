@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define TRESSORA_NOISE_SSE 1
+#endif
+
 #include "core/hash.h"
 #include "expression/math_functions.h"
 
@@ -50,6 +55,70 @@ inline Axis axisOf(float x) {
     return {static_cast<std::int64_t>(std::clamp(fl, -kLatticeLimit, kLatticeLimit)), x - fl};
 }
 
+#ifdef TRESSORA_NOISE_SSE
+
+/// The dot products of four corners' gradients (indices 0 to 11 in the 32-bit lanes of g)
+/// with the corner offsets (x, y, z). Each gradient component is built as the float 1, -1
+/// or 0 and multiplied in, so every lane rounds exactly as the one-corner formula does.
+inline __m128 gradientDots(__m128i g, __m128 x, __m128 y, __m128 z) {
+    const __m128 one = _mm_set1_ps(1.0f);
+    const __m128 sign = _mm_set1_ps(-0.0f);
+    const __m128 below8 = _mm_castsi128_ps(_mm_cmplt_epi32(g, _mm_set1_epi32(8)));
+    const __m128 below4 = _mm_castsi128_ps(_mm_cmplt_epi32(g, _mm_set1_epi32(4)));
+    const __m128i bit0 = _mm_set1_epi32(1), bit1 = _mm_set1_epi32(2);
+    const __m128 odd = _mm_castsi128_ps(_mm_cmpeq_epi32(_mm_and_si128(g, bit0), bit0));
+    const __m128 high = _mm_castsi128_ps(_mm_cmpeq_epi32(_mm_and_si128(g, bit1), bit1));
+    const __m128 signOdd = _mm_or_ps(one, _mm_and_ps(sign, odd));    // -1 for odd indices
+    const __m128 signHigh = _mm_or_ps(one, _mm_and_ps(sign, high));  // -1 when bit 1 is set
+    // Rows 0-3 are (+-1, +-1, 0), rows 4-7 (+-1, 0, +-1), rows 8-11 (0, +-1, +-1).
+    const __m128 gx = _mm_and_ps(below8, signOdd);
+    const __m128 gy = _mm_or_ps(_mm_and_ps(below4, signHigh), _mm_andnot_ps(below8, signOdd));
+    const __m128 gz = _mm_andnot_ps(below4, signHigh);
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(gx, x), _mm_mul_ps(gy, y)), _mm_mul_ps(gz, z));
+}
+
+/// Noise over 8 corner hashes (index bit 0: x + 1, bit 1: y + 1, bit 2: z + 1), blended x
+/// first: the eight gradient dots and each blending step run four lanes at a time, with the
+/// same operations in the same order as the one-corner-at-a-time form.
+inline void blend3(const std::uint64_t* h, float fx, float fy, float fz, int width, float* out) {
+    const __m128 f = _mm_set_ps(0.0f, fz, fy, fx);
+    const __m128 faded = _mm_mul_ps(
+        _mm_mul_ps(_mm_mul_ps(f, f), f),
+        _mm_add_ps(_mm_mul_ps(f, _mm_sub_ps(_mm_mul_ps(_mm_set1_ps(6.0f), f), _mm_set1_ps(15.0f))),
+                   _mm_set1_ps(10.0f)));
+    const __m128 u = _mm_shuffle_ps(faded, faded, _MM_SHUFFLE(0, 0, 0, 0));
+    const __m128 v = _mm_shuffle_ps(faded, faded, _MM_SHUFFLE(1, 1, 1, 1));
+    const float w = _mm_cvtss_f32(_mm_shuffle_ps(faded, faded, _MM_SHUFFLE(2, 2, 2, 2)));
+    const float gx = fx - 1.0f, gy = fy - 1.0f, gz = fz - 1.0f;
+    const __m128 x = _mm_set_ps(gx, fx, gx, fx);
+    const __m128 y = _mm_set_ps(gy, gy, fy, fy);
+    const __m128 z0 = _mm_set1_ps(fz), z1 = _mm_set1_ps(gz);
+    for (int k = 0; k < width; ++k) {
+        const int shift = 16 * k;
+        const auto field = [&](int i) { return static_cast<short>(static_cast<std::uint16_t>(h[i] >> shift)); };
+        const __m128i bits = _mm_set_epi16(field(7), field(6), field(5), field(4), field(3), field(2), field(1),
+                                           field(0));
+        // Modulo 12 in sixteen-bit lanes: (n * 43691) >> 19 is n / 12 rounded down for every n below 2^16.
+        const __m128i quotient = _mm_srli_epi16(_mm_mulhi_epu16(bits, _mm_set1_epi16(static_cast<short>(43691))), 3);
+        const __m128i index = _mm_sub_epi16(bits, _mm_mullo_epi16(quotient, _mm_set1_epi16(12)));
+        const __m128i zero = _mm_setzero_si128();
+        const __m128 low = gradientDots(_mm_unpacklo_epi16(index, zero), x, y, z0);   // corners 0-3
+        const __m128 high = gradientDots(_mm_unpackhi_epi16(index, zero), x, y, z1);  // corners 4-7
+        const __m128 even = _mm_shuffle_ps(low, high, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 oddCorners = _mm_shuffle_ps(low, high, _MM_SHUFFLE(3, 1, 3, 1));
+        // (x00, x10, x01, x11): blended along x
+        const __m128 alongX = _mm_add_ps(even, _mm_mul_ps(_mm_sub_ps(oddCorners, even), u));
+        const __m128 y0 = _mm_shuffle_ps(alongX, alongX, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 y1 = _mm_shuffle_ps(alongX, alongX, _MM_SHUFFLE(3, 1, 3, 1));
+        const __m128 alongY = _mm_add_ps(y0, _mm_mul_ps(_mm_sub_ps(y1, y0), v));
+        const float near = _mm_cvtss_f32(alongY);
+        const float far = _mm_cvtss_f32(_mm_shuffle_ps(alongY, alongY, _MM_SHUFFLE(1, 1, 1, 1)));
+        out[k] = lerp(near, far, w);
+    }
+}
+
+#else
+
 /// Noise over 8 corner hashes (index bit 0: x + 1, bit 1: y + 1, bit 2: z + 1), blended x first.
 inline void blend3(const std::uint64_t* h, float fx, float fy, float fz, int width, float* out) {
     const float u = fade(fx), v = fade(fy), w = fade(fz);
@@ -63,6 +132,8 @@ inline void blend3(const std::uint64_t* h, float fx, float fy, float fz, int wid
     }
 }
 
+#endif
+
 }  // namespace
 
 std::int64_t latticeFloor(float x) {
@@ -70,19 +141,129 @@ std::int64_t latticeFloor(float x) {
     return static_cast<std::int64_t>(std::floor(std::clamp(x, -kLatticeLimit, kLatticeLimit)));
 }
 
-void perlin3(const float* p, std::uint64_t seed, int width, float* out) {
-    const Axis ax = axisOf(p[0]), ay = axisOf(p[1]), az = axisOf(p[2]);
-    const std::uint64_t x0 = static_cast<std::uint64_t>(ax.cell) * kAxisX, x1 = x0 + kAxisX;
-    const std::uint64_t y0 = static_cast<std::uint64_t>(ay.cell) * kAxisY, y1 = y0 + kAxisY;
-    const std::uint64_t z0 = static_cast<std::uint64_t>(az.cell) * kAxisZ, z1 = z0 + kAxisZ;
+namespace {
+
+/// The eight corner hashes of the cell (ix, iy, iz), in blend3's corner order.
+inline void cornerHashes(std::int64_t ix, std::int64_t iy, std::int64_t iz, std::uint64_t seed,
+                         std::uint64_t* hashes) {
     // (i + 1) * K is i * K + K in wrapping arithmetic, so each axis costs one multiply.
+    const std::uint64_t x0 = static_cast<std::uint64_t>(ix) * kAxisX, x1 = x0 + kAxisX;
+    const std::uint64_t y0 = static_cast<std::uint64_t>(iy) * kAxisY, y1 = y0 + kAxisY;
+    const std::uint64_t z0 = static_cast<std::uint64_t>(iz) * kAxisZ, z1 = z0 + kAxisZ;
     const std::uint64_t s0 = z0 ^ seed, s1 = z1 ^ seed;
-    const std::uint64_t hashes[8] = {
-        finishCorner(x0 ^ y0 ^ s0), finishCorner(x1 ^ y0 ^ s0), finishCorner(x0 ^ y1 ^ s0),
-        finishCorner(x1 ^ y1 ^ s0), finishCorner(x0 ^ y0 ^ s1), finishCorner(x1 ^ y0 ^ s1),
-        finishCorner(x0 ^ y1 ^ s1), finishCorner(x1 ^ y1 ^ s1),
-    };
+    hashes[0] = finishCorner(x0 ^ y0 ^ s0);
+    hashes[1] = finishCorner(x1 ^ y0 ^ s0);
+    hashes[2] = finishCorner(x0 ^ y1 ^ s0);
+    hashes[3] = finishCorner(x1 ^ y1 ^ s0);
+    hashes[4] = finishCorner(x0 ^ y0 ^ s1);
+    hashes[5] = finishCorner(x1 ^ y0 ^ s1);
+    hashes[6] = finishCorner(x0 ^ y1 ^ s1);
+    hashes[7] = finishCorner(x1 ^ y1 ^ s1);
+}
+
+}  // namespace
+
+void perlin3(const float* p, std::uint64_t seed, int width, float* out) {
+    std::uint64_t hashes[8];
+#ifdef TRESSORA_NOISE_SSE
+    // Coordinates below 2^23 in magnitude, the usual case, take their floor from a truncation
+    // corrected by one where it rounded up; larger and non-finite ones take the general path.
+    const __m128 x = _mm_set_ps(0.0f, p[2], p[1], p[0]);
+    const __m128 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), x);
+    if (_mm_movemask_ps(_mm_cmplt_ps(magnitude, _mm_set1_ps(8388608.0f))) == 0xF) {
+        const __m128i truncated = _mm_cvttps_epi32(x);
+        const __m128 whole = _mm_cvtepi32_ps(truncated);
+        const __m128 roundedUp = _mm_cmpgt_ps(whole, x);
+        const __m128i cell = _mm_add_epi32(truncated, _mm_castps_si128(roundedUp));
+        const __m128 lower = _mm_sub_ps(whole, _mm_and_ps(roundedUp, _mm_set1_ps(1.0f)));
+        // Adding +0 makes the fraction of -0 the +0 that x - floor(x) gives.
+        const __m128 fraction = _mm_add_ps(_mm_sub_ps(x, lower), _mm_setzero_ps());
+        alignas(16) std::int32_t cells[4];
+        alignas(16) float fractions[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(cells), cell);
+        _mm_store_ps(fractions, fraction);
+        cornerHashes(cells[0], cells[1], cells[2], seed, hashes);
+        blend3(hashes, fractions[0], fractions[1], fractions[2], width, out);
+        return;
+    }
+#endif
+    const Axis ax = axisOf(p[0]), ay = axisOf(p[1]), az = axisOf(p[2]);
+    cornerHashes(ax.cell, ay.cell, az.cell, seed, hashes);
     blend3(hashes, ax.fraction, ay.fraction, az.fraction, width, out);
+}
+
+#ifdef TRESSORA_NOISE_SSE
+namespace {
+
+/// perlin3 of width 1 at four points whose coordinates are all below 2^23 in magnitude: the
+/// lanes are points, and each lane computes what the one-point form computes, in its order.
+void perlin3Four(__m128 px, __m128 py, __m128 pz, std::uint64_t seed, float* out) {
+    alignas(16) std::int32_t cells[3][4];
+    __m128 fraction[3];
+    const __m128 axes[3] = {px, py, pz};
+    for (int a = 0; a < 3; ++a) {
+        const __m128i truncated = _mm_cvttps_epi32(axes[a]);
+        const __m128 whole = _mm_cvtepi32_ps(truncated);
+        const __m128 roundedUp = _mm_cmpgt_ps(whole, axes[a]);
+        _mm_store_si128(reinterpret_cast<__m128i*>(cells[a]), _mm_add_epi32(truncated, _mm_castps_si128(roundedUp)));
+        const __m128 lower = _mm_sub_ps(whole, _mm_and_ps(roundedUp, _mm_set1_ps(1.0f)));
+        fraction[a] = _mm_add_ps(_mm_sub_ps(axes[a], lower), _mm_setzero_ps());
+    }
+    std::uint64_t hashes[4][8];
+    for (int i = 0; i < 4; ++i) cornerHashes(cells[0][i], cells[1][i], cells[2][i], seed, hashes[i]);
+
+    const __m128 one = _mm_set1_ps(1.0f);
+    const auto fadeOf = [](__m128 f) {
+        return _mm_mul_ps(_mm_mul_ps(_mm_mul_ps(f, f), f),
+                          _mm_add_ps(_mm_mul_ps(f, _mm_sub_ps(_mm_mul_ps(_mm_set1_ps(6.0f), f), _mm_set1_ps(15.0f))),
+                                     _mm_set1_ps(10.0f)));
+    };
+    const auto lerpOf = [](__m128 a, __m128 b, __m128 t) { return _mm_add_ps(a, _mm_mul_ps(_mm_sub_ps(b, a), t)); };
+    const __m128 u = fadeOf(fraction[0]), v = fadeOf(fraction[1]), w = fadeOf(fraction[2]);
+    const __m128 near[3] = {fraction[0], fraction[1], fraction[2]};
+    const __m128 far[3] = {_mm_sub_ps(fraction[0], one), _mm_sub_ps(fraction[1], one), _mm_sub_ps(fraction[2], one)};
+    __m128 corner[8];
+    for (int c = 0; c < 8; ++c) {
+        const auto field = [&](int i) { return static_cast<int>(hashes[i][c] & 0xFFFFu); };
+        const __m128i bits = _mm_set_epi32(field(3), field(2), field(1), field(0));
+        // Modulo 12 on the low sixteen bits of each lane (the high ones are zero).
+        const __m128i quotient = _mm_srli_epi16(_mm_mulhi_epu16(bits, _mm_set1_epi16(static_cast<short>(43691))), 3);
+        const __m128i index = _mm_sub_epi16(bits, _mm_mullo_epi16(quotient, _mm_set1_epi16(12)));
+        corner[c] = gradientDots(index, (c & 1) ? far[0] : near[0], (c & 2) ? far[1] : near[1],
+                                 (c & 4) ? far[2] : near[2]);
+    }
+    const __m128 x00 = lerpOf(corner[0], corner[1], u), x10 = lerpOf(corner[2], corner[3], u);
+    const __m128 x01 = lerpOf(corner[4], corner[5], u), x11 = lerpOf(corner[6], corner[7], u);
+    _mm_storeu_ps(out, lerpOf(lerpOf(x00, x10, v), lerpOf(x01, x11, v), w));
+}
+
+}  // namespace
+#endif
+
+void perlin3Points(const float* x, const float* y, const float* z, std::size_t count, std::uint64_t seed,
+                   float* out) {
+    std::size_t i = 0;
+#ifdef TRESSORA_NOISE_SSE
+    const __m128 limit = _mm_set1_ps(8388608.0f), sign = _mm_set1_ps(-0.0f);
+    for (; i + 4 <= count; i += 4) {
+        const __m128 px = _mm_loadu_ps(x + i), py = _mm_loadu_ps(y + i), pz = _mm_loadu_ps(z + i);
+        const __m128 small = _mm_and_ps(_mm_and_ps(_mm_cmplt_ps(_mm_andnot_ps(sign, px), limit),
+                                                   _mm_cmplt_ps(_mm_andnot_ps(sign, py), limit)),
+                                        _mm_cmplt_ps(_mm_andnot_ps(sign, pz), limit));
+        if (_mm_movemask_ps(small) == 0xF) {
+            perlin3Four(px, py, pz, seed, out + i);
+            continue;
+        }
+        for (std::size_t k = i; k < i + 4; ++k) {
+            const float p[3] = {x[k], y[k], z[k]};
+            perlin3(p, seed, 1, out + k);
+        }
+    }
+#endif
+    for (; i < count; ++i) {
+        const float p[3] = {x[i], y[i], z[i]};
+        perlin3(p, seed, 1, out + i);
+    }
 }
 
 void perlin4(const float* p, float w, std::uint64_t seed, int width, float* out) {

@@ -3,6 +3,7 @@
 // permutation tables: each lattice corner is hashed from its integer coordinates and
 // the seed, so any seed costs nothing and values are the same on every machine.
 
+#include <cstddef>
 #include <cstdint>
 
 namespace tressora::exprlib {
@@ -19,6 +20,10 @@ std::int64_t latticeFloor(float x);
 /// `width` (1 to 3) components to out, each from its own 16 bits of the corner hash.
 /// Non-finite coordinates are read as 0.
 void perlin3(const float* p, std::uint64_t seed, int width, float* out);
+/// perlin3 of width 1 for `count` points given by their coordinates (x[i], y[i], z[i]):
+/// out[i] is bit for bit what perlin3 gives for that point. Points are run four at a time.
+void perlin3Points(const float* x, const float* y, const float* z, std::size_t count, std::uint64_t seed,
+                   float* out);
 /// As perlin3 with a fourth lattice axis w (sixteen corners, a fourth fade).
 void perlin4(const float* p, float w, std::uint64_t seed, int width, float* out);
 /// As perlin3 with corner coordinates wrapped by a period per axis (its whole number,
