@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "core/errors.h"
+#include "io/alembic_curves_reader.h"
 
 namespace tressora::cli {
 
@@ -157,13 +158,49 @@ MeshFileData readObjFile(const std::string& path) {
     return parseObj(text, path);
 }
 
+MeshFileData readAlembicMeshFile(const std::string& path, const std::string& object) {
+    ReadMesh read;
+    try {
+        read = readAlembicMesh(path, object);
+    } catch (const std::exception& e) {
+        throw MeshFileError(path + ": " + e.what());
+    }
+    MeshFileData mesh;
+    if (!read.samples.empty()) mesh.points = read.samples.front().points;
+    const bool withUvs = !read.cornerUvs.empty() && read.cornerUvs.size() == read.faceIndices.size();
+    // Alembic stores faces clockwise; they are read backwards so the fans turn counter-clockwise
+    // like the OBJ reader's.
+    std::size_t start = 0;
+    for (const std::int32_t count : read.faceCounts) {
+        if (count < 0 || start + static_cast<std::size_t>(count) > read.faceIndices.size())
+            throw MeshFileError(path + ": the mesh's face counts do not fit its face indices");
+        const std::size_t n = static_cast<std::size_t>(count);
+        const auto corner = [&](std::size_t k) { return start + n - 1 - k; };
+        for (std::size_t k = 0; k < n; ++k) {
+            const std::int32_t index = read.faceIndices[corner(k)];
+            if (index < 0 || static_cast<std::size_t>(index) >= mesh.points.size())
+                throw MeshFileError(path + ": vertex index " + std::to_string(index) + " out of range");
+        }
+        if (n >= 3) {
+            for (std::size_t k = 1; k + 1 < n; ++k) {
+                mesh.triangles.push_back({read.faceIndices[corner(0)], read.faceIndices[corner(k)],
+                                          read.faceIndices[corner(k + 1)]});
+                if (withUvs)
+                    for (const std::size_t c : {std::size_t{0}, k, k + 1}) mesh.uvs.push_back(read.cornerUvs[corner(c)]);
+            }
+            mesh.polygons.push_back(static_cast<std::int32_t>(n - 2));
+        }
+        start += n;
+    }
+    if (mesh.triangles.empty()) throw MeshFileError(path + ": the mesh has no triangles");
+    return mesh;
+}
+
 MeshFileData readMeshFile(const std::string& path, const std::string& object) {
-    (void)object;
     std::string extension = std::filesystem::path(path).extension().string();
     std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return char(std::tolower(c)); });
     if (extension == ".obj") return readObjFile(path);
-    if (extension == ".abc")
-        throw MeshFileError(path + ": reading meshes from Alembic files is not available in this build");
+    if (extension == ".abc") return readAlembicMeshFile(path, object);
     throw MeshFileError("'" + path + "' is not a mesh file this reads (.obj or .abc)");
 }
 

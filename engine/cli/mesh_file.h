@@ -32,6 +32,11 @@ MeshFileData readMeshFile(const std::string& path, const std::string& object = {
 /// Reads an OBJ file whole ("cannot open '<path>'" when it can't be opened).
 MeshFileData readObjFile(const std::string& path);
 
+/// Reads the first polygon mesh of an Alembic file (or the one named `object`) at its first
+/// sample, each face a fan; "<path>: the mesh has no triangles" when it has none, and
+/// "<path>: <reason>" when the archive cannot be read.
+MeshFileData readAlembicMeshFile(const std::string& path, const std::string& object = {});
+
 /// Parses OBJ text; `name` is the file's name as messages give it. Vertices, texture
 /// coordinates and faces are read; every other statement (materials, groups, normals,
 /// smoothing) is skipped.

@@ -29,6 +29,7 @@ private:
         o.secondsPerFrame = setup.step / scene.framesPerSecond;
         o.startTime = setup.firstFrame / scene.framesPerSecond;
         if (!setup.application.empty()) o.application = setup.application;
+        o.colouring = lookColouring();
         return o;
     }
     AlembicWriter writer_;
@@ -51,6 +52,7 @@ private:
         o.upAxis = scene.upAxis;
         o.scales = setup.scales;
         o.prototypes = setup.prototypes;
+        o.colouring = lookColouring();
         return o;
     }
     UsdWriter writer_;
@@ -59,18 +61,19 @@ private:
 class VrsceneFrames final : public FrameWriter {
 public:
     VrsceneFrames(const FrameWriterSetup& setup, const GroomScene& scene)
-        : writer_(setup.path, "groom", options(scene)) {}
+        : writer_(setup.path, "groom", options(setup, scene)) {}
     void write(double frame, const StrandSet& strands, const ScalpUvs* scalp, const ScaleMesh*) override {
         writer_.writeFrame(frame, strands, scalp);
     }
     void close() override { writer_.close(); }
 
 private:
-    static VrsceneWriterOptions options(const GroomScene& scene) {
+    static VrsceneWriterOptions options(const FrameWriterSetup& setup, const GroomScene& scene) {
         VrsceneWriterOptions o;
         o.framesPerSecond = scene.framesPerSecond;
         o.metersPerUnit = metersPerUnitFor(scene.units);
         o.upAxis = scene.upAxis;
+        applyHairLook(setup.look, o);
         return o;
     }
     VrsceneWriter writer_;

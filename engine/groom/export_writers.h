@@ -8,6 +8,7 @@
 #include "core/instances.h"
 #include "core/strand_set.h"
 #include "groom/groom_scene.h"
+#include "groom/hair_look.h"
 #include "io/export_view.h"
 #include "io/usd_writer.h"
 
@@ -31,6 +32,9 @@ struct FrameWriterSetup {
     ScaleOutput scales = ScaleOutput::mesh;
     std::string application;   ///< the Alembic archive's "_ai_Application"
     PrototypeLookup prototypes;
+    /// The look of the groom's nodes: every writer colours melanin strands with it, and the
+    /// V-Ray scene takes its hair material from it.
+    HairLook look;
 };
 
 /// Whether the path names an output an export can write (case-sensitive extensions).
@@ -39,7 +43,7 @@ bool isUsdPath(const std::string& path);
 
 /// Opens the writer for the setup's extension. Alembic gets the root "groom", the scene's
 /// frames per second and the first frame's time; USD and V-Ray get the scene's up axis and
-/// its length unit in metres, USD also the scale mode. The writers' own failures propagate.
+/// its length unit in metres, USD also the scale mode. All colour melanin by the look. The writers' own failures propagate.
 std::unique_ptr<FrameWriter> openFrameWriter(const FrameWriterSetup& setup, const GroomScene& scene);
 
 }  // namespace tressora

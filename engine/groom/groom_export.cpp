@@ -74,6 +74,7 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
     setup.scales = scales;
     setup.application = request.application;
     setup.prototypes = prototypes;
+    setup.look = session.hairLook();
     std::unique_ptr<FrameWriter> writer = openFrameWriter(setup, scene);
 
     const std::uint64_t frames = exportFrameCount(request.start, request.end, request.step);

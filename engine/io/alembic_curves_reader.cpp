@@ -171,6 +171,32 @@ ReadCurves readAlembicCurves(const std::string& path, const std::string& objectN
     return result;
 }
 
+namespace {
+
+// A mesh's uvs per face corner: face-varying ones as they are, per-point ones looked up
+// through the face indices. Anything else (or a count that does not fit) gives none.
+std::vector<std::array<float, 2>> cornerUvs(const abc::PolyMeshData& data, const std::string& object) {
+    std::vector<std::array<float, 2>> out;
+    if (!data.uvs || data.uvs->type.extent != 2) return out;
+    const GeomParamSample expanded = data.uvs->expanded(object + "/uv");
+    const std::vector<double> v = expanded.numbers();
+    const std::size_t corners = data.faceIndices.size();
+    if (expanded.scope == abc::GeometryScope::FaceVarying && v.size() == corners * 2) {
+        for (std::size_t c = 0; c < corners; ++c)
+            out.push_back({static_cast<float>(v[c * 2]), static_cast<float>(v[c * 2 + 1])});
+    } else if ((expanded.scope == abc::GeometryScope::Vertex || expanded.scope == abc::GeometryScope::Varying) &&
+               v.size() == data.positions.size() * 2) {
+        for (const std::int32_t index : data.faceIndices) {
+            if (index < 0 || static_cast<std::size_t>(index) >= data.positions.size()) return {};
+            const std::size_t k = static_cast<std::size_t>(index);
+            out.push_back({static_cast<float>(v[k * 2]), static_cast<float>(v[k * 2 + 1])});
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
 ReadMesh readAlembicMesh(const std::string& path, const std::string& objectName) {
     const abc::ArchiveReader archive(path);
     const abc::ObjectReader* found = nullptr;
@@ -184,6 +210,7 @@ ReadMesh readAlembicMesh(const std::string& path, const std::string& objectName)
     for (std::uint32_t i = 0; i < reader.numSamples(); ++i) {
         abc::PolyMeshData data = reader.read(i);
         if (i == 0) {
+            mesh.cornerUvs = cornerUvs(data, mesh.object);
             mesh.faceCounts = std::move(data.faceCounts);
             mesh.faceIndices = std::move(data.faceIndices);
         }

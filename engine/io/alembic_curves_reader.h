@@ -49,6 +49,9 @@ struct ReadMesh {
     std::string object;  ///< the object's full name
     std::vector<std::int32_t> faceCounts;
     std::vector<std::int32_t> faceIndices;  ///< clockwise, as stored
+    /// The first sample's uvs, one per face corner in stored order (from face-varying or
+    /// per-point uvs); empty when the mesh has none.
+    std::vector<std::array<float, 2>> cornerUvs;
     std::vector<ReadMeshSample> samples;
 };
 

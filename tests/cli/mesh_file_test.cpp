@@ -2,6 +2,8 @@
 
 #include "../groom/sample_groom.h"
 #include "cli/mesh_file.h"
+#include "io/alembic/abc_writer.h"
+#include "io/alembic/geom_writer.h"
 #include "core/errors.h"
 
 namespace tressora::cli {
@@ -96,6 +98,60 @@ TEST(MeshFile, DispatchesOnTheLowerCasedExtension) {
     const std::string gone = folder.file("gone.obj");
     EXPECT_EQ(failure(gone), std::string("cannot open '").append(gone).append("'"));
     EXPECT_EQ(failure("head.ABC").rfind("head.ABC: ", 0), 0u);
+}
+
+}  // namespace
+}  // namespace tressora::cli
+
+namespace tressora::cli {
+namespace {
+
+// A quad stored clockwise, as Alembic meshes are, with face-varying uvs listed corner by corner.
+TEST(MeshFile, ReadsAlembicMeshesAsCounterClockwiseFansWithTheirUvs) {
+    TempFolder folder;
+    const std::string path = folder.file("head.abc");
+    const std::vector<Vec3f> points{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    const std::vector<std::int32_t> clockwise{3, 2, 1, 0}, counts{4};
+    const std::vector<abc::Vec2f> uvs{{0, 1}, {1, 1}, {1, 0}, {0, 0}};
+    {
+        abc::ArchiveWriter archive(path);
+        auto& mesh = archive.top().addChild<abc::PolyMeshWriter>("scalp", 0);
+        abc::PolyMeshSample sample;
+        sample.positions = points;
+        sample.faceIndices = clockwise;
+        sample.faceCounts = counts;
+        sample.uvs = abc::GeomValues<abc::Vec2f>{uvs, abc::GeometryScope::FaceVarying};
+        mesh.write(sample);
+        archive.close();
+    }
+    const MeshFileData mesh = readMeshFile(path, "scalp");
+    ASSERT_EQ(mesh.triangles.size(), 2u);
+    EXPECT_EQ(mesh.points, points);
+    // Counter-clockwise seen from +Z: the first fan is 0, 1, 2.
+    EXPECT_EQ(mesh.triangles[0][0], 0);
+    EXPECT_EQ(mesh.triangles[0][1], 1);
+    EXPECT_EQ(mesh.triangles[0][2], 2);
+    ASSERT_EQ(mesh.uvs.size(), 6u);
+    // Every corner keeps the uv stored with it: the uv of point i is (x, y) of the point.
+    for (std::size_t t = 0; t < 2; ++t)
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Vec3f& p = points[static_cast<std::size_t>(mesh.triangles[t][c])];
+            EXPECT_EQ(mesh.uvs[t * 3 + c][0], p.x);
+            EXPECT_EQ(mesh.uvs[t * 3 + c][1], p.y);
+        }
+
+    const auto failure = [](const std::string& file, const std::string& object) -> std::string {
+        try {
+            readMeshFile(file, object);
+        } catch (const MeshFileError& e) {
+            return e.what();
+        }
+        return "(no error)";
+    };
+    EXPECT_EQ(failure(path, "ear"), path + ": no polygon mesh named 'ear'");
+    const std::string broken = folder.file("broken.abc");
+    writeText(broken, "not an archive");
+    EXPECT_EQ(failure(broken, "").rfind(broken + ": ", 0), 0u);
 }
 
 }  // namespace
