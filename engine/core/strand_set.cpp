@@ -1,5 +1,6 @@
 #include "core/strand_set.h"
 
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -407,6 +408,30 @@ std::uint64_t StrandSet::fingerprint() const {
     // Instances, when carried, are part of the result too.
     if (instances_) h = combine(h, instances_->fingerprint());
     return h;
+}
+
+bool StrandSet::sameContent(const StrandSet& other) const {
+    if (this == &other) return true;
+    if (strandCount() != other.strandCount() || pointCount() != other.pointCount()) return false;
+    const auto sameNames = [](const ChannelMap& a, const ChannelMap& b) {
+        if (a.size() != b.size()) return false;
+        for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j)
+            if (i->first != j->first) return false;
+        return true;
+    };
+    if (!sameNames(strandChannels_, other.strandChannels_) || !sameNames(pointChannels_, other.pointChannels_))
+        return false;
+    std::vector<std::pair<const void*, std::size_t>> mine, theirs;
+    forEachBlock([&mine](const void* data, std::size_t bytes) { mine.emplace_back(data, bytes); });
+    other.forEachBlock([&theirs](const void* data, std::size_t bytes) { theirs.emplace_back(data, bytes); });
+    if (mine.size() != theirs.size()) return false;
+    for (std::size_t k = 0; k < mine.size(); ++k) {
+        if (mine[k].second != theirs[k].second) return false;
+        if (mine[k].first != theirs[k].first && std::memcmp(mine[k].first, theirs[k].first, mine[k].second) != 0)
+            return false;
+    }
+    if (!instances_ != !other.instances_) return false;
+    return !instances_ || instances_ == other.instances_ || instances_->fingerprint() == other.instances_->fingerprint();
 }
 
 std::size_t StrandSet::byteSize() const {

@@ -201,6 +201,10 @@ public:
     /// A 64-bit hash of the whole content by bits (0.0 and -0.0 differ): equal fingerprints
     /// tell that two evaluations gave the same strands.
     std::uint64_t fingerprint() const;
+    /// Whether the two sets hold the same content by bits, as equal fingerprints would say,
+    /// found by comparing arrays (shared arrays at once) rather than hashing them: the cheap
+    /// way to learn that a re-run gave what it gave before.
+    bool sameContent(const StrandSet& other) const;
 
     /// Calls visitor(const void* data, std::size_t bytes) for ids, roots, offsets, points,
     /// widths, then every strand channel and every point channel in name order, skipping

@@ -3,6 +3,7 @@
 // preview settings, the scene items by name — and where it leaves notes for the user.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,6 +50,10 @@ struct EvalContext {
     bool keepInputs = false;          ///< keep intermediate values of the run
     int resolutionKnown = 0;          ///< above 0 when strand resolutions were worked out
     const MapFieldFactory* maps = nullptr;  ///< turns map references into fields; null: maps read as 1
+    /// Whether the result of node `id` can change with the frame (it or a node upstream reads
+    /// time). When set, a node it answers false for is keyed without the frame, so its cached
+    /// result stands from frame to frame; unset, every node's key holds the frame.
+    std::function<bool(int id)> frameMatters;
     std::string nodeName;             ///< the node being evaluated, for notes that name it
 
     /// The scene item of that name, or null.

@@ -45,15 +45,15 @@ std::uint64_t hashUniform(std::uint64_t h, const UniformValue& v) {
     }
 }
 
-// The context's words that do not change with the frame.
-std::uint64_t contextHash(const EvalContext& c) {
+// The context's words, with the frame when it matters to the node.
+std::uint64_t contextHash(const EvalContext& c, bool withFrame) {
     std::uint64_t h = hash64(0xC0DE);
     h = combine(h, floatBits(c.previewFraction));
     h = combine(h, doubleBits(c.previewPointBudget));
     h = combine(h, static_cast<std::uint64_t>(static_cast<std::int64_t>(c.segments)));
     h = combine(h, c.viewport ? 1 : 0);
     h = combine(h, static_cast<std::uint64_t>(static_cast<std::int64_t>(c.resolutionKnown)));
-    h = combine(h, doubleBits(c.frame));
+    if (withFrame) h = combine(h, doubleBits(c.frame));
     if (c.scale != 1.0) h = combine(h, doubleBits(c.scale));
     return h;
 }
@@ -62,8 +62,7 @@ bool sameContent(const Value& a, const Value& b) {
     if (a.identity() == b.identity()) return true;
     if (a.index() != b.index()) return false;
     const auto sa = a.as<StrandSet>(), sb = b.as<StrandSet>();
-    return sa && sb && sa->strandCount() == sb->strandCount() && sa->pointCount() == sb->pointCount() &&
-           sa->fingerprint() == sb->fingerprint();
+    return sa && sb && sa->sameContent(*sb);
 }
 
 std::string joined(const std::vector<std::string>& lines) {
@@ -142,7 +141,8 @@ std::uint64_t Graph::nodeKey(NodeId id, const EvalContext& context,
     const Operator& op = *n.op;
     const bool bypassed = isBypassed(id, context);
 
-    std::uint64_t h = combineText(contextHash(context), op.type());
+    const bool withFrame = !context.frameMatters || context.frameMatters(static_cast<int>(id));
+    std::uint64_t h = combineText(contextHash(context, withFrame), op.type());
     h = combine(h, bypassed ? kBypassConstant : kGolden);
 
     const std::vector<Port> slots = effectiveInputs(id);

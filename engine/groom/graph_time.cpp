@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <cmath>
+#include <memory>
 #include <set>
 #include <string_view>
 
@@ -108,6 +109,13 @@ bool graphReadsTime(Graph& graph, NodeId id) {
         }
     }
     return false;
+}
+
+std::function<bool(int id)> frameMattersFor(Graph& graph) {
+    auto moving = std::make_shared<std::set<int>>();
+    for (const auto& [id, node] : graph.nodes())
+        if (graphReadsTime(graph, id)) moving->insert(static_cast<int>(id));
+    return [moving](int id) { return moving->count(id) != 0; };
 }
 
 int scalpHistoryFrames(Graph& graph, NodeId id) {

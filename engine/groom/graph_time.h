@@ -21,6 +21,11 @@ bool forEachWorkingUpstream(Graph& graph, NodeId id, const std::function<bool(co
 /// that reads frame or time, or a texture whose path names frames ("<f>", "#").
 bool graphReadsTime(Graph& graph, NodeId id);
 
+/// The nodes of the graph whose result can change with the frame (graphReadsTime of each),
+/// as the evaluation context's frameMatters: the others keep their cached results across
+/// frames. Worked out now, so it holds for copies of the graph with the same node ids.
+std::function<bool(int id)> frameMattersFor(Graph& graph);
+
 /// How many earlier frames of the scalp the motion nodes upstream of `id` look back at
 /// (the largest `history` of an active Jiggle); 0 for none.
 int scalpHistoryFrames(Graph& graph, NodeId id);

@@ -65,6 +65,7 @@ SessionRun GroomSession::prepare(const EvalRequest& request) {
 
     EvalContext& context = run.context;
     context.frame = run.follow && !graphReadsTime(*graph_, run.node) ? kRestFrame : request.frame;
+    context.frameMatters = frameMattersFor(*graph_);
     context.fps = scene_->framesPerSecond;
     context.previewFraction = request.density;
     context.viewport = request.viewport;

@@ -109,5 +109,21 @@ TEST(StrandSetAppend, LargeAppendToASharedSetLeavesTheOtherAlone) {
     EXPECT_EQ(set.strandPoints(100999).size(), more.strandPoints(999).size());
 }
 
+TEST(StrandSetAppend, SameContentAgreesWithFingerprints) {
+    const StrandSet base = randomSet(2000, 31);
+    const StrandSet shared(base);
+    const StrandSet rebuilt = base.subset(allIndices(2000));  // equal content in arrays of its own
+    EXPECT_TRUE(base.sameContent(shared));
+    EXPECT_TRUE(base.sameContent(rebuilt));
+    EXPECT_EQ(base.fingerprint(), rebuilt.fingerprint());
+
+    StrandSet signedZero(base);
+    signedZero.mutablePoints()[5].x = 0.0f;
+    StrandSet negativeZero(base);
+    negativeZero.mutablePoints()[5].x = -0.0f;
+    EXPECT_FALSE(signedZero.sameContent(negativeZero));  // by bits, as the fingerprint
+    EXPECT_FALSE(base.sameContent(base.subset(allIndices(1999))));
+}
+
 }  // namespace
 }  // namespace tressora

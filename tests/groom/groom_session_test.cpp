@@ -6,6 +6,7 @@
 #include "../core/expect_text.h"
 #include "core/errors.h"
 #include "core/guide_set.h"
+#include "graph/operator_registry.h"
 #include "groom/graph_time.h"
 #include "groom/groom_session.h"
 #include "sample_groom.h"
@@ -377,6 +378,44 @@ TEST(GroomSession, SceneItemsAreInTheCatalogueByName) {
     ASSERT_EQ(guides->guideCount(), 2u);
     EXPECT_GE(guides->roots()[0].face, 0);  // rooted on the scalp
     EXPECT_EQ(catalog.find("scalp")->value.as<ScalpMesh>(), scene.scalp.mesh);
+}
+
+}  // namespace
+}  // namespace tressora
+
+namespace tressora {
+namespace {
+
+// Scalp, Scatter, Width and Output of the built-in types; the width may follow the frame.
+json growGraph(bool animatedWidth) {
+    json g = json::parse(R"({"version":1,"output":"output","nodes":[
+        {"name":"scalp","type":"Scalp"},
+        {"name":"scatter","type":"Scatter","params":{"density":50.0}},
+        {"name":"width","type":"Width"},
+        {"name":"output","type":"Output"}],
+      "connections":[{"from":"scalp","to":"scatter","input":"scalp"},
+        {"from":"scatter","to":"width","input":"strands"},
+        {"from":"width","to":"output","input":"strands"}]})");
+    if (animatedWidth) g["nodes"][2]["params"] = {{"width", {{"expression", "0.001 * frame"}}}};
+    return g;
+}
+
+TEST(GroomSession, NodesThatDoNotReadTimeKeepTheirResultsAcrossFrames) {
+    GroomSession still(sceneWith(growGraph(false)), OperatorRegistry::instance());
+    const auto first = still.evaluate(1.0);
+    ASSERT_TRUE(first && first->strandCount() > 0);
+    const std::uint64_t runs = still.graph()->operatorRuns();
+    EXPECT_EQ(still.evaluate(2.0).get(), first.get());
+    EXPECT_EQ(still.graph()->operatorRuns(), runs);
+
+    // Only the animated Width and what follows it run again; Scatter's roots stand.
+    GroomSession moving(sceneWith(growGraph(true)), OperatorRegistry::instance());
+    const auto one = moving.evaluate(1.0);
+    const std::uint64_t before = moving.graph()->operatorRuns();
+    const auto two = moving.evaluate(2.0);
+    EXPECT_EQ(moving.graph()->operatorRuns(), before + 2);
+    ASSERT_EQ(one->strandCount(), two->strandCount());
+    EXPECT_FLOAT_EQ(two->widths()[0], 2.0f * one->widths()[0]);
 }
 
 }  // namespace
