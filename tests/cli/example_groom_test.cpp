@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 #include <set>
@@ -19,6 +20,7 @@ namespace {
 
 using tressora::testing::ProgramResult;
 using tressora::testing::runCli;
+using tressora::testing::fileText;
 using tressora::testing::TempFolder;
 
 const std::string kExample = std::string(TRESSORA_SOURCE_DIR) + "/examples/nika.groom";
@@ -69,6 +71,42 @@ TEST(ExampleGroom, ExportsToUsdAndVray) {
         EXPECT_EQ(r.exitCode, 0) << name << ": " << r.err;
         EXPECT_TRUE(std::filesystem::exists(folder.file(name))) << name;
     }
+}
+
+// The default graph whole: Resample's 16 segments, widths from Width, and HairColor's look
+// channels reaching every format the program writes.
+TEST(ExampleGroom, TheDefaultGraphsColoursReachEveryFormat) {
+    if (const std::string why = missingPiece(); !why.empty()) GTEST_SKIP() << why;
+    TempFolder folder;
+    const std::string abc = folder.file("nika.abc"), usda = folder.file("nika.usda"), vray = folder.file("nika.vrscene");
+    for (const std::string& out : {abc, usda, vray}) {
+        const ProgramResult r = runCli({"eval", kExample, "-o", out});
+        ASSERT_EQ(r.exitCode, 0) << out << ": " << r.err;
+    }
+
+    const ReadCurves read = readAlembicCurves(abc);
+    ASSERT_EQ(read.samples.size(), 1u);
+    const StrandSet& strands = read.samples[0].strands;
+    ASSERT_GT(strands.strandCount(), 1000u);
+    EXPECT_EQ(strands.pointCount(), strands.strandCount() * 17);
+    for (const char* channel : {"colorR", "colorG", "colorB", "melanin", "roughness", "specular"}) {
+        const StrandChannel* values = strands.strandChannel(channel);
+        ASSERT_NE(values, nullptr) << channel;
+        const auto [low, high] = std::minmax_element(values->values().begin(), values->values().end());
+        EXPECT_GE(*low, 0.0f) << channel;
+        EXPECT_LE(*high, 1.0f) << channel;
+        // The colours and the pigment vary from strand to strand; highlights are alike by default.
+        if (std::string(channel).rfind("color", 0) == 0 || std::string(channel) == "melanin")
+            EXPECT_LT(*low, *high) << channel;
+    }
+    EXPECT_LT(strands.widths()[0], 0.05f);
+
+    const std::string usdText = fileText(usda);
+    for (const char* attribute : {"primvars:displayColor", "primvars:colorR", "primvars:melanin", "primvars:roughness"})
+        EXPECT_NE(usdText.find(attribute), std::string::npos) << attribute;
+    const std::string vrayText = fileText(vray);
+    for (const char* parameter : {"colors=", "melanin=", "glossiness="})
+        EXPECT_NE(vrayText.find(parameter), std::string::npos) << parameter;
 }
 
 }  // namespace
