@@ -220,9 +220,21 @@ inline TriangleClosest closestFromDots(Vec3f x, Vec3f a, Vec3f b, Vec3f c, const
     return {p, v, w, lengthSquared(x - p), TriangleFeature::Face};
 }
 
-/// The dot products of the tests above for up to four triangles at once, one per lane: the
-/// leaf's corner rows are loaded four wide (lanes past the leaf's count are ignored).
-inline void leafDots(const float* rows, std::uint32_t count, __m128 qx, __m128 qy, __m128 qz, float (*dots)[4]) {
+/// The squared distances from q to up to four triangles at once, one per lane, by the same
+/// regions, in the same order and with the same operations as closestFromDots, so each lane
+/// equals that triangle's distance bit for bit. Every region is worked out in every lane and
+/// the first that applies is kept, so the loop has no branch to mispredict. The leaf's corner
+/// rows are loaded four wide; lanes past the leaf's count hold whatever follows and are
+/// ignored. A lane whose face region has no positive finite area sum is marked in `flat` for
+/// the caller to work out alone, and its distance is left unset. Also hands back the six dot
+/// products of each lane, so the winner's point follows without redoing them.
+struct LeafLanes {
+    alignas(16) float distance[4];
+    alignas(16) float dots[6][4];
+    int flat;  ///< bit i: lane i needs the flat-triangle fallback
+};
+
+inline void leafDistances(const float* rows, std::uint32_t count, __m128 qx, __m128 qy, __m128 qz, LeafLanes& out) {
     const auto row = [&](int r) { return _mm_loadu_ps(rows + static_cast<std::size_t>(r) * count); };
     const __m128 ax = row(0), ay = row(1), az = row(2);
     const __m128 bx = row(3), by = row(4), bz = row(5);
@@ -233,15 +245,63 @@ inline void leafDots(const float* rows, std::uint32_t count, __m128 qx, __m128 q
     const auto dot = [](__m128 ux, __m128 uy, __m128 uz, __m128 vx, __m128 vy, __m128 vz) {
         return _mm_add_ps(_mm_add_ps(_mm_mul_ps(ux, vx), _mm_mul_ps(uy, vy)), _mm_mul_ps(uz, vz));
     };
+    const auto square = [&](__m128 x, __m128 y, __m128 z) { return dot(x, y, z, x, y, z); };
     const __m128 apx = _mm_sub_ps(qx, ax), apy = _mm_sub_ps(qy, ay), apz = _mm_sub_ps(qz, az);
     const __m128 bpx = _mm_sub_ps(qx, bx), bpy = _mm_sub_ps(qy, by), bpz = _mm_sub_ps(qz, bz);
     const __m128 cpx = _mm_sub_ps(qx, cx), cpy = _mm_sub_ps(qy, cy), cpz = _mm_sub_ps(qz, cz);
-    _mm_store_ps(dots[0], dot(abx, aby, abz, apx, apy, apz));
-    _mm_store_ps(dots[1], dot(acx, acy, acz, apx, apy, apz));
-    _mm_store_ps(dots[2], dot(abx, aby, abz, bpx, bpy, bpz));
-    _mm_store_ps(dots[3], dot(acx, acy, acz, bpx, bpy, bpz));
-    _mm_store_ps(dots[4], dot(abx, aby, abz, cpx, cpy, cpz));
-    _mm_store_ps(dots[5], dot(acx, acy, acz, cpx, cpy, cpz));
+    const __m128 d1 = dot(abx, aby, abz, apx, apy, apz), d2 = dot(acx, acy, acz, apx, apy, apz);
+    const __m128 d3 = dot(abx, aby, abz, bpx, bpy, bpz), d4 = dot(acx, acy, acz, bpx, bpy, bpz);
+    const __m128 d5 = dot(abx, aby, abz, cpx, cpy, cpz), d6 = dot(acx, acy, acz, cpx, cpy, cpz);
+    _mm_store_ps(out.dots[0], d1);
+    _mm_store_ps(out.dots[1], d2);
+    _mm_store_ps(out.dots[2], d3);
+    _mm_store_ps(out.dots[3], d4);
+    _mm_store_ps(out.dots[4], d5);
+    _mm_store_ps(out.dots[5], d6);
+
+    const __m128 zero = _mm_setzero_ps();
+    const auto le = [](__m128 x, __m128 y) { return _mm_cmple_ps(x, y); };
+    const auto both = [](__m128 x, __m128 y) { return _mm_and_ps(x, y); };
+    // The distance of the point a + u * t to q, t per lane.
+    const auto along = [&](__m128 ux, __m128 uy, __m128 uz, __m128 ox, __m128 oy, __m128 oz, __m128 t) {
+        return square(_mm_sub_ps(qx, _mm_add_ps(ox, _mm_mul_ps(ux, t))), _mm_sub_ps(qy, _mm_add_ps(oy, _mm_mul_ps(uy, t))),
+                      _mm_sub_ps(qz, _mm_add_ps(oz, _mm_mul_ps(uz, t))));
+    };
+
+    // The regions from the last to the first, each later one overwriting what it covers.
+    const __m128 vc = _mm_sub_ps(_mm_mul_ps(d1, d4), _mm_mul_ps(d3, d2));
+    const __m128 vb = _mm_sub_ps(_mm_mul_ps(d5, d2), _mm_mul_ps(d1, d6));
+    const __m128 va = _mm_sub_ps(_mm_mul_ps(d3, d6), _mm_mul_ps(d5, d4));
+    const __m128 sum = _mm_add_ps(_mm_add_ps(va, vb), vc);
+    const __m128 inv = _mm_div_ps(_mm_set1_ps(1.0f), sum);
+    const __m128 v = _mm_mul_ps(vb, inv), w = _mm_mul_ps(vc, inv);
+    // a + ab * v + ac * w, left to right
+    __m128 result = square(_mm_sub_ps(qx, _mm_add_ps(_mm_add_ps(ax, _mm_mul_ps(abx, v)), _mm_mul_ps(acx, w))),
+                           _mm_sub_ps(qy, _mm_add_ps(_mm_add_ps(ay, _mm_mul_ps(aby, v)), _mm_mul_ps(acy, w))),
+                           _mm_sub_ps(qz, _mm_add_ps(_mm_add_ps(az, _mm_mul_ps(abz, v)), _mm_mul_ps(acz, w))));
+    // A face lane is fine when 0 < sum < infinity; NaN fails both tests.
+    const __m128 faceOk = both(_mm_cmpgt_ps(sum, zero), _mm_cmplt_ps(sum, _mm_set1_ps(kInf)));
+    const auto take = [&](__m128 mask, __m128 value) {
+        result = _mm_or_ps(_mm_and_ps(mask, value), _mm_andnot_ps(mask, result));
+    };
+
+    const __m128 e43 = _mm_sub_ps(d4, d3), e56 = _mm_sub_ps(d5, d6);
+    const __m128 m12 = both(both(le(va, zero), le(zero, e43)), le(zero, e56));
+    take(m12, along(_mm_sub_ps(cx, bx), _mm_sub_ps(cy, by), _mm_sub_ps(cz, bz), bx, by, bz,
+                    _mm_div_ps(e43, _mm_add_ps(e43, e56))));
+    const __m128 m02 = both(both(le(vb, zero), le(zero, d2)), le(d6, zero));
+    take(m02, along(acx, acy, acz, ax, ay, az, _mm_div_ps(d2, _mm_sub_ps(d2, d6))));
+    const __m128 mc2 = both(le(zero, d6), le(d5, d6));
+    take(mc2, square(cpx, cpy, cpz));
+    const __m128 m01 = both(both(le(vc, zero), le(zero, d1)), le(d3, zero));
+    take(m01, along(abx, aby, abz, ax, ay, az, _mm_div_ps(d1, _mm_sub_ps(d1, d3))));
+    const __m128 mc1 = both(le(zero, d3), le(d4, d3));
+    take(mc1, square(bpx, bpy, bpz));
+    const __m128 mc0 = both(le(d1, zero), le(d2, zero));
+    take(mc0, square(apx, apy, apz));
+    const __m128 decided = _mm_or_ps(_mm_or_ps(_mm_or_ps(m12, m02), _mm_or_ps(mc2, m01)), _mm_or_ps(mc1, mc0));
+    _mm_store_ps(out.distance, result);
+    out.flat = _mm_movemask_ps(_mm_andnot_ps(_mm_or_ps(decided, faceOk), _mm_castsi128_ps(_mm_set1_epi32(-1))));
 }
 
 #endif
@@ -251,15 +311,20 @@ inline void leafDots(const float* rows, std::uint32_t count, __m128 qx, __m128 q
 void testLeaf(const BvhTree& tree, std::uint32_t first, std::uint32_t count, Vec3f query, float& best,
               TreeHit& hit) {
 #ifdef TRESSORA_TREE_SSE
-    alignas(16) float dots[6][4];
-    leafDots(&tree.corners[std::size_t{first} * 9], count, _mm_set1_ps(query.x), _mm_set1_ps(query.y),
-             _mm_set1_ps(query.z), dots);
+    LeafLanes lanes;
+    leafDistances(&tree.corners[std::size_t{first} * 9], count, _mm_set1_ps(query.x), _mm_set1_ps(query.y),
+                  _mm_set1_ps(query.z), lanes);
 #endif
     for (std::uint32_t i = 0; i < count; ++i) {
+#ifdef TRESSORA_TREE_SSE
+        // Only a lane that beats the best is worked out in full.
+        if (!((lanes.flat >> i) & 1) && !(lanes.distance[i] < best)) continue;
+#endif
         const Vec3f a = tree.corner(first, count, i, 0), b = tree.corner(first, count, i, 1),
                     c = tree.corner(first, count, i, 2);
 #ifdef TRESSORA_TREE_SSE
-        const float d[6] = {dots[0][i], dots[1][i], dots[2][i], dots[3][i], dots[4][i], dots[5][i]};
+        const float d[6] = {lanes.dots[0][i], lanes.dots[1][i], lanes.dots[2][i],
+                            lanes.dots[3][i], lanes.dots[4][i], lanes.dots[5][i]};
         const TriangleClosest closest = closestFromDots(query, a, b, c, d);
 #else
         const TriangleClosest closest = closestOnTriangle(query, a, b, c);
