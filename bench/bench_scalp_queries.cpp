@@ -1,7 +1,8 @@
 // Surface query rates on a 100,000-triangle head: closest-point queries through the spatial
 // tree (1M random points per iteration, spread over the worker threads as operators do) for
 // points at the skin, near it and anywhere in the head's box, beside the brute-force rate on a
-// small sample; plus ray hits, tree build and refit.
+// small sample; then the same through the bulk call, which walks them in spatial order; plus
+// ray hits, tree build and refit.
 //
 //   build/bench/bench_scalp_queries                      (all cores)
 //   TRESSORA_THREADS=2 build/bench/bench_scalp_queries   (two threads)
@@ -68,6 +69,34 @@ void runClosest(benchmark::State& state, const std::vector<Vec3f>& queries) {
     benchmark::DoNotOptimize(found.load());
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(queries.size()));
     state.counters["threads"] = threadLimit();
+}
+
+/// The same queries through the bulk call, which takes them in spatial order.
+void runClosestBulk(benchmark::State& state, const std::vector<Vec3f>& queries) {
+    const ScalpMesh& mesh = headMesh();
+    (void)mesh.closestPoint({0, 0, 0});
+    std::vector<SurfacePoint> out(queries.size());
+    for (auto _ : state) {
+        runWithThreads([&] { mesh.closestPoints(queries, out); });
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(queries.size()));
+    state.counters["threads"] = threadLimit();
+}
+
+void BM_ClosestPointsBulkRoots(benchmark::State& state) {
+    static const std::vector<Vec3f> queries = nearPoints(1'000'000, 5, 0.1f);
+    runClosestBulk(state, queries);
+}
+
+void BM_ClosestPointsBulkNearSurface(benchmark::State& state) {
+    static const std::vector<Vec3f> queries = nearPoints(1'000'000, 2, 1.0f);
+    runClosestBulk(state, queries);
+}
+
+void BM_ClosestPointsBulkBox(benchmark::State& state) {
+    static const std::vector<Vec3f> queries = boxPoints(1'000'000, 1);
+    runClosestBulk(state, queries);
 }
 
 void BM_ClosestPointTreeBox(benchmark::State& state) {
@@ -140,6 +169,9 @@ void BM_TreeRefit(benchmark::State& state) {
 BENCHMARK(BM_ClosestPointTreeRoots)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(BM_ClosestPointTreeBox)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(BM_ClosestPointTreeNearSurface)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(BM_ClosestPointsBulkRoots)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(BM_ClosestPointsBulkBox)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(BM_ClosestPointsBulkNearSurface)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(BM_ClosestPointBruteBox)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RayHitTree)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(BM_TreeBuild)->Unit(benchmark::kMillisecond);

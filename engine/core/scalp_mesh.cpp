@@ -6,6 +6,8 @@
 #include <stdexcept>
 
 #include "core/hash.h"
+#include "core/parallel.h"
+#include "core/spatial_order.h"
 #include "core/triangle_geometry.h"
 
 namespace tressora {
@@ -277,6 +279,66 @@ SurfacePoint ScalpMesh::closestPoint(Vec3f position, float maxDistance) const {
     const TreeHit h = closestInTree(bvh_->tree(), position, maxDistance);
     if (h.face < 0) return {};
     return finish(h.face, h.b1, h.b2, h.position);
+}
+
+namespace {
+
+/// Runs one(i) for every query index, in spatial order and in parallel; few queries run in
+/// their own order on the calling thread, where sorting would cost more than it saves. In
+/// spatial order the queries and their answer slots are read and written out of order, so
+/// each is fetched a few queries ahead (`ahead(i)`) rather than waited for.
+template <class One, class Ahead>
+void inSpatialOrder(std::span<const Vec3f> queries, One&& one, Ahead&& ahead) {
+    constexpr std::size_t kSortFrom = 2048;
+    constexpr std::size_t kAhead = 8;
+    if (queries.size() < kSortFrom) {
+        for (std::size_t i = 0; i < queries.size(); ++i) one(i);
+        return;
+    }
+    const std::vector<std::uint32_t> order = spatialOrder(queries);
+    parallelRange(0, order.size(), 1024, [&](std::size_t lo, std::size_t hi) {
+        for (std::size_t k = lo; k < hi; ++k) {
+            if (k + kAhead < hi) ahead(order[k + kAhead]);
+            one(order[k]);
+        }
+    });
+}
+
+/// Asks for the cache line at p, to be read (`write` false) or written.
+template <bool write>
+inline void fetchAhead(const void* p) {
+#if defined(__GNUC__)
+    __builtin_prefetch(p, write ? 1 : 0);
+#else
+    (void)p;
+#endif
+}
+
+}  // namespace
+
+void ScalpMesh::closestPoints(std::span<const Vec3f> queries, std::span<SurfacePoint> out,
+                              float maxDistance) const {
+    if (out.size() != queries.size())
+        throw std::invalid_argument("ScalpMesh::closestPoints: one answer slot per query is needed");
+    inSpatialOrder(
+        queries, [&](std::size_t i) { out[i] = closestPoint(queries[i], maxDistance); },
+        [&](std::size_t i) {
+            fetchAhead<false>(&queries[i]);
+            fetchAhead<true>(&out[i]);
+        });
+}
+
+void ScalpMesh::closestPoints(std::span<const Vec3f> queries, std::span<const float> maxDistances,
+                              std::span<SurfacePoint> out) const {
+    if (out.size() != queries.size() || maxDistances.size() != queries.size())
+        throw std::invalid_argument("ScalpMesh::closestPoints: one limit and one answer slot per query are needed");
+    inSpatialOrder(
+        queries, [&](std::size_t i) { out[i] = closestPoint(queries[i], maxDistances[i]); },
+        [&](std::size_t i) {
+            fetchAhead<false>(&queries[i]);
+            fetchAhead<false>(&maxDistances[i]);
+            fetchAhead<true>(&out[i]);
+        });
 }
 
 SurfacePoint ScalpMesh::closestPointBrute(Vec3f position) const {

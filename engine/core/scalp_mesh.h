@@ -151,6 +151,15 @@ public:
     /// The closest point of the surface within maxDistance; face -1 when none lies within.
     SurfacePoint closestPoint(Vec3f position,
                               float maxDistance = std::numeric_limits<float>::infinity()) const;
+    /// The closest point to each of many queries: out[i] is exactly closestPoint(queries[i],
+    /// maxDistance). The queries run in parallel and in spatial order (see spatialOrder), so
+    /// points given in no particular order cost about what neighbouring points cost. Throws
+    /// std::invalid_argument when out's size differs from the queries'.
+    void closestPoints(std::span<const Vec3f> queries, std::span<SurfacePoint> out,
+                       float maxDistance = std::numeric_limits<float>::infinity()) const;
+    /// The same with a limit for each query, maxDistances[i] for queries[i].
+    void closestPoints(std::span<const Vec3f> queries, std::span<const float> maxDistances,
+                       std::span<SurfacePoint> out) const;
     /// The closest point found by trying every triangle in index order (lowest face wins ties).
     SurfacePoint closestPointBrute(Vec3f position) const;
     /// The nearest hit of origin + t * direction for t in [tMin, tMax) on either side of the

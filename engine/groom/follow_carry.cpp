@@ -34,19 +34,19 @@ SurfaceFrame surfaceFrame(std::span<const Vec3f> points, const ScalpMesh::Triang
 
 FollowCarry::FollowCarry(const StrandSet& strands, const ScalpMesh& rest) : roots_(strands.strandCount()) {
     const auto faces = static_cast<std::int64_t>(rest.triangleCount());
-    parallelRange(0, strands.strandCount(), kStrandGrain, [&](std::size_t lo, std::size_t hi) {
-        for (std::size_t i = lo; i < hi; ++i) {
-            const StrandRoot root = strands.roots()[i];
-            if (root.face >= 0 && root.face < faces) {
-                roots_[i] = {root.face, root.u, root.v};
-                continue;
-            }
-            const std::span<const Vec3f> points = strands.strandPoints(i);
-            if (points.empty() || faces == 0) continue;
-            const SurfacePoint hit = rest.closestPoint(points.front());
-            roots_[i] = {hit.face, hit.b1, hit.b2};
-        }
-    });
+    // Strands without a face on this scalp (curves read from a file, say, in whatever order
+    // the file had them) are bound where their first point is closest, all in one bulk query.
+    std::vector<std::uint32_t> unbound;
+    for (std::size_t i = 0; i < strands.strandCount(); ++i) {
+        const StrandRoot root = strands.roots()[i];
+        if (root.face >= 0 && root.face < faces) roots_[i] = {root.face, root.u, root.v};
+        else if (faces > 0 && !strands.strandPoints(i).empty()) unbound.push_back(static_cast<std::uint32_t>(i));
+    }
+    std::vector<Vec3f> firsts(unbound.size());
+    for (std::size_t k = 0; k < unbound.size(); ++k) firsts[k] = strands.strandPoints(unbound[k]).front();
+    std::vector<SurfacePoint> hits(unbound.size());
+    rest.closestPoints(firsts, hits);
+    for (std::size_t k = 0; k < unbound.size(); ++k) roots_[unbound[k]] = {hits[k].face, hits[k].b1, hits[k].b2};
 }
 
 std::shared_ptr<const StrandSet> FollowCarry::carry(const StrandSet& strands, const ScalpMesh& rest,

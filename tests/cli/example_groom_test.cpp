@@ -96,8 +96,9 @@ TEST(ExampleGroom, TheDefaultGraphsColoursReachEveryFormat) {
         EXPECT_GE(*low, 0.0f) << channel;
         EXPECT_LE(*high, 1.0f) << channel;
         // The colours and the pigment vary from strand to strand; highlights are alike by default.
-        if (std::string(channel).rfind("color", 0) == 0 || std::string(channel) == "melanin")
+        if (std::string(channel).rfind("color", 0) == 0 || std::string(channel) == "melanin") {
             EXPECT_LT(*low, *high) << channel;
+        }
     }
     EXPECT_LT(strands.widths()[0], 0.05f);
 

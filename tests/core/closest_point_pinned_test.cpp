@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
+#include <cmath>
+#include <stdexcept>
 #include <cstdint>
 #include <vector>
 
@@ -26,9 +28,16 @@ std::uint64_t foldPoint(std::uint64_t h, const SurfacePoint& p) {
     return h;
 }
 
+/// The digest of one closestPoint call per query; the bulk call, which walks the queries in
+/// another order and in parallel, must give the same digest.
 std::uint64_t digest(const ScalpMesh& mesh, const std::vector<Vec3f>& queries, float maxDistance = FLT_MAX) {
     std::uint64_t h = hash64(queries.size());
     for (const Vec3f& q : queries) h = foldPoint(h, mesh.closestPoint(q, maxDistance));
+    std::vector<SurfacePoint> bulk(queries.size());
+    mesh.closestPoints(queries, bulk, maxDistance);
+    std::uint64_t b = hash64(queries.size());
+    for (const SurfacePoint& p : bulk) b = foldPoint(b, p);
+    EXPECT_EQ(b, h) << "the bulk call answers differently";
     return h;
 }
 
@@ -78,6 +87,38 @@ TEST(ClosestPointPinned, SoupsWithSliversAndFlatFacesAreUnchanged) {
     EXPECT_EQ(digest(testing::randomSoup(3, 3000, 1200), inBox(21, 5000, -1.5f, 1.5f)), 919970906836267816ull);
     EXPECT_EQ(digest(testing::scatteredTriangles(4, 3000, 0.05f), inBox(22, 5000, -1.2f, 1.2f)), 12700978430828851301ull);
     EXPECT_EQ(digest(testing::icosphere(4, 3.0f), inBox(23, 5000, -4.0f, 4.0f), 0.5f), 2831101804712456317ull);
+}
+
+TEST(ClosestPointPinned, BulkQueriesTakeTheirOwnLimitsAndRefuseShortSlots) {
+    const ScalpMesh mesh = testing::head(41, 60);
+    const std::vector<Vec3f> queries = inBox(31, 6000, -14.0f, 14.0f);
+    std::vector<float> limits;
+    DrawStream s(32);
+    for (std::size_t i = 0; i < queries.size(); ++i) limits.push_back(drawIn(s, 0.0f, 3.0f));
+    limits[7] = FLT_MAX;
+    std::vector<SurfacePoint> bulk(queries.size());
+    mesh.closestPoints(queries, limits, bulk);
+    int found = 0;
+    for (std::size_t i = 0; i < queries.size(); ++i) {
+        const SurfacePoint one = mesh.closestPoint(queries[i], limits[i]);
+        ASSERT_EQ(foldPoint(0, bulk[i]), foldPoint(0, one)) << "query " << i;
+        found += one.face >= 0;
+    }
+    EXPECT_GT(found, 500);  // the limits cut some queries off and not others
+    EXPECT_LT(found, 5500);
+
+    std::vector<SurfacePoint> shortOut(queries.size() - 1);
+    EXPECT_THROW(mesh.closestPoints(queries, shortOut), std::invalid_argument);
+    EXPECT_THROW(mesh.closestPoints(queries, std::span<const float>(limits).first(10), bulk), std::invalid_argument);
+
+    // Points that are not finite answer nothing, in bulk as alone.
+    std::vector<Vec3f> odd = inBox(33, 3000, -14.0f, 14.0f);
+    odd[5] = {NAN, 0.0f, 0.0f};
+    odd[6] = {INFINITY, 1.0f, 1.0f};
+    std::vector<SurfacePoint> oddOut(odd.size());
+    mesh.closestPoints(odd, oddOut);
+    EXPECT_EQ(oddOut[5].face, -1);
+    EXPECT_EQ(foldPoint(0, oddOut[6]), foldPoint(0, mesh.closestPoint(odd[6])));
 }
 
 }  // namespace
