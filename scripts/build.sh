@@ -7,5 +7,7 @@ dir=$1; shift
 export CCACHE_BASEDIR="$root"
 # Debug info would otherwise tie the cached objects to the folder they were built in.
 export CCACHE_NOHASHDIR=1
+# Sources compiled against a precompiled header are cacheable only with these relaxed checks.
+export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
 cmake -S "$root" -B "$root/$dir" -G Ninja "$@" >/dev/null
 cmake --build "$root/$dir" --parallel "$(nproc)"

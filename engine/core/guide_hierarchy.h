@@ -153,6 +153,14 @@ public:
     /// receives one line saying so (empty otherwise).
     static GuideHierarchy fromJson(std::string_view text, std::string* report = nullptr);
     static GuideHierarchy fromJson(const nlohmann::json& document, std::string* report = nullptr);
+    /// Text in a string or a literal is read as text: without these, where the JSON type is
+    /// complete the call could as well make a JSON string value of it.
+    static GuideHierarchy fromJson(const std::string& text, std::string* report = nullptr) {
+        return fromJson(std::string_view(text), report);
+    }
+    static GuideHierarchy fromJson(const char* text, std::string* report = nullptr) {
+        return fromJson(std::string_view(text), report);
+    }
 
 private:
     friend class GuideJsonReader;

@@ -60,7 +60,7 @@ struct EvalContext {
     const SceneItem* sceneItem(const std::string& name) const { return scene ? scene->find(name) : nullptr; }
 
     /// Leaves a message for the user about this evaluation of the current node.
-    void addNote(std::string text) { notes.push_back(std::move(text)); }
+    void addNote(std::string text);
     /// Messages in the order of their arrival; the evaluator collects them per node.
     std::vector<std::string> notes;
 };

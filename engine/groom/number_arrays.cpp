@@ -158,7 +158,8 @@ nlohmann::ordered_json ArraySplice::add(std::string text) {
 }
 
 bool ArraySplice::splice(std::string_view dumped, std::string& out) const {
-    const std::string quoted = "\"" + std::string(kMarkerPrefix);
+    std::string quoted(1, '"');
+    quoted += kMarkerPrefix;
     std::size_t found = 0, extra = 0;
     for (std::size_t at = dumped.find(quoted); at != std::string_view::npos; at = dumped.find(quoted, at + 1)) ++found;
     if (found != texts_.size()) return false;

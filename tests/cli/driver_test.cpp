@@ -96,7 +96,9 @@ TEST(Driver, BadCommandLineExitsTwoWithErrorThenUsage) {
     const DriveResult r = drive({"eval"}, table);
     EXPECT_EQ(r.code, 2);
     EXPECT_EQ(r.err, "error: eval needs a groom file and -o <output>\n");
-    EXPECT_EQ(r.out, std::string("partial\n") + kUsage);
+    std::string expected = "partial\n";
+    expected += kUsage;
+    EXPECT_EQ(r.out, expected);
 }
 
 TEST(Driver, OtherFailuresExitOneWithoutUsage) {

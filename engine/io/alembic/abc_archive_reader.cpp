@@ -58,7 +58,7 @@ private:
 
 std::string childPath(const std::string& parent, const std::string& name) { return parent + "/" + name; }
 
-std::string quoted(const std::string& path) { return "'" + (path.empty() ? std::string("/") : path) + "'"; }
+std::string quotedPath(const std::string& path) { return "'" + (path.empty() ? std::string("/") : path) + "'"; }
 
 }  // namespace
 
@@ -164,7 +164,7 @@ struct ArchiveParser {
     }
 
     void parseObject(ObjectReader& object, OgawaEntry entry, int depth) {
-        const std::string where = "the object " + quoted(object.fullName_ == "/" ? "" : object.fullName_);
+        const std::string where = "the object " + quotedPath(object.fullName_ == "/" ? "" : object.fullName_);
         if (depth > kMaxDepth) damaged(where + " is nested more than " + std::to_string(kMaxDepth) + " deep");
         if (!entry.isGroup() || entry.isEmpty()) damaged(where + " is not stored as a group");
         claim(entry.offset());
@@ -202,7 +202,7 @@ struct ArchiveParser {
     }
 
     void parseCompound(PropertyReader& compound, OgawaEntry entry, int depth) {
-        const std::string where = "the property " + quoted(compound.path_);
+        const std::string where = "the property " + quotedPath(compound.path_);
         if (depth > kMaxDepth) damaged(where + " is nested more than " + std::to_string(kMaxDepth) + " deep");
         if (!entry.isGroup()) damaged(where + " is a data block where a group belongs");
         claim(entry.offset());
@@ -274,7 +274,7 @@ struct ArchiveParser {
     }
 
     void parseSampled(PropertyReader& property, OgawaEntry entry) {
-        const std::string where = "the property " + quoted(property.path_);
+        const std::string where = "the property " + quotedPath(property.path_);
         if (!entry.isGroup()) damaged(where + " is a data block where a group belongs");
         claim(entry.offset());
         property.entries_ = file.group(entry.offset());
