@@ -12,6 +12,7 @@
 #endif
 
 #include "core/parallel.h"
+#include "core/prefetch.h"
 #include "core/triangle_geometry.h"
 
 namespace tressora {
@@ -118,15 +119,6 @@ void fillBounds(BvhTree& tree, std::span<const Vec3f> points, std::span<const Me
         }
     }
     packPairs(tree);
-}
-
-/// Asks the processor to start loading the cache line at p.
-inline void prefetchLine(const void* p) {
-#ifdef TRESSORA_TREE_SSE
-    _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0);
-#else
-    (void)p;
-#endif
 }
 
 /// Squared distance from q to a node's box, zero inside it.
@@ -456,9 +448,9 @@ TreeHit closestInTree(const BvhTree& tree, Vec3f query, float maxDistance) {
         if (node[1] != 0) {
             const char* first = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0]} * 9]);
             const char* last = reinterpret_cast<const char*>(&tree.corners[std::size_t{node[0] + node[1]} * 9]);
-            for (const char* p = first; p < last; p += 64) prefetchLine(p);
+            for (const char* p = first; p < last; p += 64) prefetchRead(p);
         } else {
-            prefetchLine(pairs + node[0]);
+            prefetchRead(pairs + node[0]);
         }
     };
     Entry stack[64];

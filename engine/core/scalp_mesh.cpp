@@ -7,6 +7,7 @@
 
 #include "core/hash.h"
 #include "core/parallel.h"
+#include "core/prefetch.h"
 #include "core/spatial_order.h"
 #include "core/triangle_geometry.h"
 
@@ -304,16 +305,6 @@ void inSpatialOrder(std::span<const Vec3f> queries, One&& one, Ahead&& ahead) {
     });
 }
 
-/// Asks for the cache line at p, to be read (`write` false) or written.
-template <bool write>
-inline void fetchAhead(const void* p) {
-#if defined(__GNUC__)
-    __builtin_prefetch(p, write ? 1 : 0);
-#else
-    (void)p;
-#endif
-}
-
 }  // namespace
 
 void ScalpMesh::closestPoints(std::span<const Vec3f> queries, std::span<SurfacePoint> out,
@@ -323,8 +314,8 @@ void ScalpMesh::closestPoints(std::span<const Vec3f> queries, std::span<SurfaceP
     inSpatialOrder(
         queries, [&](std::size_t i) { out[i] = closestPoint(queries[i], maxDistance); },
         [&](std::size_t i) {
-            fetchAhead<false>(&queries[i]);
-            fetchAhead<true>(&out[i]);
+            prefetchRead(&queries[i]);
+            prefetchWrite(&out[i]);
         });
 }
 
@@ -335,9 +326,9 @@ void ScalpMesh::closestPoints(std::span<const Vec3f> queries, std::span<const fl
     inSpatialOrder(
         queries, [&](std::size_t i) { out[i] = closestPoint(queries[i], maxDistances[i]); },
         [&](std::size_t i) {
-            fetchAhead<false>(&queries[i]);
-            fetchAhead<false>(&maxDistances[i]);
-            fetchAhead<true>(&out[i]);
+            prefetchRead(&queries[i]);
+            prefetchRead(&maxDistances[i]);
+            prefetchWrite(&out[i]);
         });
 }
 

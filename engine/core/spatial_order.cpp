@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <stdexcept>
 
 #include "core/parallel.h"
 
@@ -25,6 +26,8 @@ bool finite(Vec3f p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::i
 
 std::vector<std::uint32_t> spatialOrder(std::span<const Vec3f> points) {
     const std::size_t n = points.size();
+    if (n > std::numeric_limits<std::uint32_t>::max())
+        throw std::length_error("spatialOrder: more points than 32-bit indices can number");
     std::vector<std::uint32_t> order(n);
     if (n < 64) {
         std::iota(order.begin(), order.end(), 0u);
