@@ -12,7 +12,7 @@
 namespace tressora {
 
 /// The indices 0 to n - 1 of `points`, grouped by cells of a grid over the points' bounding
-/// box (about four points a cell) with the cells taken in Morton order, and in index order
+/// box (two to sixteen points a cell on average) with the cells taken in Morton order, and in index order
 /// within a cell. Points with a coordinate that is not finite go in the first cell. The order
 /// depends on the points alone, never on the thread count. Throws std::length_error for 2^32
 /// points or more.

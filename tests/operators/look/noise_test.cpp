@@ -50,7 +50,7 @@ TEST(Noise, ResultIsTheSameOnOneThreadAsOnAll) {
 
 TEST(Noise, RootsStayAndAFractionPicksStrandsById) {
     const StrandSet in = straightStrands(400, 9, 1, 1, 4.0f);
-    const NodeRun run = runNode("Noise", in, {{"fraction", 0.25}});
+    const looktest::NodeRun run = runNode("Noise", in, {{"fraction", 0.25}});
     std::size_t moved = 0;
     for (std::size_t i = 0; i < in.strandCount(); ++i) {
         EXPECT_EQ(run.strands->strandPoints(i)[0], in.strandPoints(i)[0]);
@@ -63,22 +63,22 @@ TEST(Noise, RootsStayAndAFractionPicksStrandsById) {
 TEST(Noise, WorldSpaceMovesNeighboursAlikeAndStrandSpaceDoesNot) {
     StrandSet twins = straightStrands(1, 9, 1);
     twins.append(straightStrands(1, 9, 2));  // same points, another id
-    const NodeRun world = runNode("Noise", twins, {{"space", std::string("world")}});
+    const looktest::NodeRun world = runNode("Noise", twins, {{"space", std::string("world")}});
     EXPECT_EQ(world.strands->strandPoints(0)[5], world.strands->strandPoints(1)[5]);
-    const NodeRun strand = runNode("Noise", twins);
+    const looktest::NodeRun strand = runNode("Noise", twins);
     EXPECT_NE(strand.strands->strandPoints(0)[5], strand.strands->strandPoints(1)[5]);
 }
 
 TEST(Noise, FinerThanThePointsIsANoteAndFadesOut) {
     const StrandSet in = straightStrands(10, 5);
-    const NodeRun fine = runNode("Noise", in, {{"frequency", 40.0}}, "noise");
+    const looktest::NodeRun fine = runNode("Noise", in, {{"frequency", 40.0}}, "noise");
     EXPECT_EQ(fine.notes, std::vector<std::string>{"noise is finer than the strands' 4 segments draw: the noise fades "
                                                    "out; raise Resample's segments or lower the frequency"});
     EXPECT_EQ(fine.strands->fingerprint(), in.fingerprint());  // all octaves faded away
-    const NodeRun coarse = runNode("Noise", in, {{"frequency", 2.0}}, "noise");
+    const looktest::NodeRun coarse = runNode("Noise", in, {{"frequency", 2.0}}, "noise");
     EXPECT_TRUE(coarse.notes.empty());
     EXPECT_NE(coarse.strands->fingerprint(), in.fingerprint());
-    const NodeRun between = runNode("Noise", in, {{"frequency", 6.0}, {"octaves", std::int64_t{1}}}, "noise");
+    const looktest::NodeRun between = runNode("Noise", in, {{"frequency", 6.0}, {"octaves", std::int64_t{1}}}, "noise");
     EXPECT_EQ(between.notes.size(), 1u);  // weaker, not gone
     EXPECT_NE(between.strands->fingerprint(), in.fingerprint());
 }
