@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/errors.h"
+#include "core/json_depth.h"
 
 namespace tressora {
 
@@ -26,6 +27,7 @@ void checkDocumentVersion(const nlohmann::json& document, std::string_view word,
 }
 
 nlohmann::json parseDocument(std::string_view text, std::string_view word) {
+    if (!jsonDepthWithin(text)) throw SchemaError(jsonTooDeepText(word));
     try {
         return nlohmann::json::parse(text.begin(), text.end(), nullptr, true, false);
     } catch (const nlohmann::json::parse_error& e) {

@@ -14,7 +14,8 @@ namespace tressora {
 /// "<W> version <V> is not valid", "<W> version <V> is older than this Tressora reads (<current>)".
 void checkDocumentVersion(const nlohmann::json& document, std::string_view word, int current);
 
-/// Parses JSON text (no comments); throws SchemaError "<W>: invalid JSON: <parser's text>".
+/// Parses JSON text (no comments); throws SchemaError "<W>: invalid JSON: <parser's text>", or
+/// "<W>: JSON nested deeper than 256 levels" for text the rest of the program could not handle.
 nlohmann::json parseDocument(std::string_view text, std::string_view word);
 
 }  // namespace tressora

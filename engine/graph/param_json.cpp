@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "core/errors.h"
+#include "core/json_depth.h"
 
 namespace tressora {
 
@@ -171,6 +172,7 @@ json paramToJson(const ParamValue& value) { return toJson<json>(value); }
 nlohmann::ordered_json paramToOrderedJson(const ParamValue& value) { return toJson<nlohmann::ordered_json>(value); }
 
 Ramp rampFromText(std::string_view text) {
+    if (!jsonDepthWithin(text)) throw GraphError("ramp: malformed JSON");
     const json j = json::parse(text.begin(), text.end(), nullptr, false, false);
     if (j.is_discarded()) throw GraphError("ramp: malformed JSON");
     auto ramp = readRamp(j);

@@ -26,7 +26,7 @@ GroomScene readGroom(const std::string& path);
 GroomScene groomFromText(std::string_view text);
 
 /// Reads a parsed groom document: `format`, then `version`, then the keys in file order.
-GroomScene groomFromJson(const nlohmann::json& document);
+GroomScene groomFromJson(nlohmann::json document);
 
 /// The file text of a scene: compact JSON, keys in the file's order, empty keys left out
 /// (except format, version, framesPerSecond, units, upAxis). Throws GroomFileError

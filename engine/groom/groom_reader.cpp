@@ -5,6 +5,7 @@
 
 #include "core/document_version.h"
 #include "core/errors.h"
+#include "core/json_depth.h"
 #include "groom/groom_file.h"
 #include "groom/groom_files.h"
 #include "groom/mesh_json.h"
@@ -47,21 +48,31 @@ std::vector<std::string> texts(const json& value, const std::string& key) {
     return out;
 }
 
-json keptObject(const json& value, const std::string& key) {
+// Sub-documents the scene keeps whole are moved out of the parsed file, never copied: a copy
+// of a JSON value is recursive.
+json keptObject(json& value, const std::string& key) {
     if (!value.is_object()) fail("'" + key + "' must be an object");
-    return value;
+    return std::move(value);
 }
 
-json keptArray(const json& value, const std::string& key) {
+json keptArray(json& value, const std::string& key) {
     if (!value.is_array()) fail("'" + key + "' must be an array");
-    return value;
+    return std::move(value);
+}
+
+// JSON held as the text of a string value: refused when it nests too deep for the program,
+// else parsed with `allowExceptions` deciding between a thrown parse_error and a discarded value.
+json innerDocument(const json& value, const std::string& key, bool allowExceptions) {
+    const std::string& text = value.get_ref<const std::string&>();
+    if (!jsonDepthWithin(text)) fail(jsonTooDeepText(key));
+    return json::parse(text, nullptr, allowExceptions, false);
 }
 
 // A document held as an object or as the text of one.
-json documentValue(const json& value, bool& parsed) {
+json documentValue(json& value, const std::string& key, bool& parsed) {
     parsed = true;
-    if (!value.is_string()) return value;
-    json doc = json::parse(value.get_ref<const std::string&>(), nullptr, false, false);
+    if (!value.is_string()) return std::move(value);
+    json doc = innerDocument(value, key, false);
     parsed = !doc.is_discarded();
     return doc;
 }
@@ -123,32 +134,32 @@ std::vector<FlatGuide> flatGuides(const json& value) {
 }
 
 std::shared_ptr<const GuideHierarchy> hierarchy(const json& value) {
-    json doc;
+    json parsed;
     if (value.is_string()) {
         try {
-            doc = json::parse(value.get_ref<const std::string&>(), nullptr, true, false);
+            parsed = innerDocument(value, "hierarchy", true);
         } catch (const json::parse_error& e) {
             fail("invalid hierarchy JSON: " + parserText(e));
         }
-    } else {
-        doc = value;
     }
     try {
-        return std::make_shared<const GuideHierarchy>(GuideHierarchy::fromJson(doc));
+        return std::make_shared<const GuideHierarchy>(GuideHierarchy::fromJson(value.is_string() ? parsed : value));
     } catch (const SchemaError& e) {
         fail(std::string("invalid hierarchy JSON: ") + e.what());
     }
 }
 
 std::map<std::string, CacheReference> simCaches(const json& value) {
-    json doc = value;
+    json parsed;
     if (value.is_string()) {
+        if (!jsonDepthWithin(value.get_ref<const std::string&>())) throw GroomFileError(jsonTooDeepText("simCaches"));
         try {
-            doc = json::parse(value.get_ref<const std::string&>(), nullptr, true, false);
+            parsed = json::parse(value.get_ref<const std::string&>(), nullptr, true, false);
         } catch (const json::parse_error& e) {
             throw GroomFileError("simCaches: " + parserText(e));
         }
     }
+    const json& doc = value.is_string() ? parsed : value;
     if (!doc.is_object()) throw GroomFileError("simCaches: not an object of Simulate nodes' bakes");
     std::map<std::string, CacheReference> out;
     for (const auto& [node, bake] : doc.items()) {
@@ -173,8 +184,10 @@ double number(const json& value, const std::string& key) {
 
 }  // namespace
 
-GroomScene groomFromJson(const json& doc) {
+GroomScene groomFromJson(json doc) {
     const json* format = doc.is_object() ? member(doc, "format") : nullptr;
+    // Members that the scene keeps as JSON are moved out of `doc`.
+    const auto take = [&doc](const char* key) { return const_cast<json*>(member(doc, key)); };
     if (!format || !format->is_string() || format->get_ref<const std::string&>() != kGroomFormat)
         throw GroomFileError("not a Tressora groom file");
     checkDocumentVersion(doc, "groom file", kGroomVersion);
@@ -191,23 +204,23 @@ GroomScene groomFromJson(const json& doc) {
         s.upAxis = axis;
     }
     if (const json* v = member(doc, "source")) s.source = text(*v, "source");
-    if (const json* v = member(doc, "graph")) {
+    if (json* v = take("graph")) {
         bool parsed = false;
-        s.graph = documentValue(*v, parsed);
+        s.graph = documentValue(*v, "graph", parsed);
         if (!parsed || !s.graph.is_object()) fail("invalid graph JSON");
     }
     if (const json* v = member(doc, "hierarchy")) s.hierarchy = hierarchy(*v);
-    if (const json* v = member(doc, "parts")) s.parts = keptObject(*v, "parts");
-    if (const json* v = member(doc, "correctives")) s.correctives = keptObject(*v, "correctives");
-    if (const json* v = member(doc, "flow")) s.flow = keptObject(*v, "flow");
-    if (const json* v = member(doc, "sculpts")) s.sculpts = keptObject(*v, "sculpts");
-    if (const json* v = member(doc, "controls")) s.controls = keptArray(*v, "controls");
-    if (const json* v = member(doc, "maps")) {
+    if (json* v = take("parts")) s.parts = keptObject(*v, "parts");
+    if (json* v = take("correctives")) s.correctives = keptObject(*v, "correctives");
+    if (json* v = take("flow")) s.flow = keptObject(*v, "flow");
+    if (json* v = take("sculpts")) s.sculpts = keptObject(*v, "sculpts");
+    if (json* v = take("controls")) s.controls = keptArray(*v, "controls");
+    if (json* v = take("maps")) {
         s.maps = keptObject(*v, "maps");
         checkMaps(s.maps);
     }
     if (const json* v = member(doc, "scalp")) s.scalp = readMeshObject(*v, "scalp");
-    if (const json* v = member(doc, "topology")) s.topology = keptObject(*v, "topology");
+    if (json* v = take("topology")) s.topology = keptObject(*v, "topology");
     if (const json* v = member(doc, "scalps")) s.scalps = meshObjects(*v, "scalps", true);
     if (const json* v = member(doc, "guides")) s.guides = flatGuides(*v);
     if (const json* v = member(doc, "scalpCache")) s.scalpCache = cacheReference(*v, "scalpCache");
@@ -221,16 +234,16 @@ GroomScene groomFromJson(const json& doc) {
     if (const json* v = member(doc, "scaleReference")) s.scaleReference = number(*v, "scaleReference");
     if (const json* v = member(doc, "scaleTransformReference"))
         s.scaleTransformReference = number(*v, "scaleTransformReference");
-    if (const json* v = member(doc, "cardBake")) s.cardBake = keptObject(*v, "cardBake");
+    if (json* v = take("cardBake")) s.cardBake = keptObject(*v, "cardBake");
     if (const json* v = member(doc, "simCaches")) s.simCaches = simCaches(*v);
-    if (const json* v = member(doc, "prototypes")) {
+    if (json* v = take("prototypes")) {
         checkPrototypes(*v);
-        s.prototypes = *v;
+        s.prototypes = std::move(*v);
     }
     if (const json* v = member(doc, "colliders")) s.colliders = meshObjects(*v, "colliders", false);
-    if (const json* v = member(doc, "transferMarkers")) s.transferMarkers = keptArray(*v, "transferMarkers");
-    if (const json* v = member(doc, "referencePhotos")) s.referencePhotos = keptArray(*v, "referencePhotos");
-    if (const json* v = member(doc, "guideGroupColors")) s.guideGroupColors = keptObject(*v, "guideGroupColors");
+    if (json* v = take("transferMarkers")) s.transferMarkers = keptArray(*v, "transferMarkers");
+    if (json* v = take("referencePhotos")) s.referencePhotos = keptArray(*v, "referencePhotos");
+    if (json* v = take("guideGroupColors")) s.guideGroupColors = keptObject(*v, "guideGroupColors");
     if (const json* v = member(doc, "hiddenGuideGroups")) s.hiddenGuideGroups = texts(*v, "hiddenGuideGroups");
     return s;
 }
