@@ -1,11 +1,12 @@
 #include "cli/eval_options.h"
 
-#include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <stdexcept>
 #include <string_view>
 
 #include "groom/export_writers.h"
+#include "groom/groom_export.h"
 
 namespace tressora::cli {
 namespace {
@@ -32,12 +33,13 @@ float toFloat(const std::string& text) {
     }
 }
 
-/// "<frame>" or "<start>-<end>", each read by strtod, the text used up exactly.
+/// "<frame>" or "<start>-<end>", each read by strtod, the text used up exactly. Frames are
+/// finite: "nan", "inf" and numbers beyond a double's range are no frame.
 void parseFrames(const char* text, EvalOptions& o) {
     const auto bad = [] { return std::invalid_argument("bad frame range"); };
     char* end = nullptr;
     const double first = std::strtod(text, &end);
-    if (end == text) throw bad();
+    if (end == text || !std::isfinite(first)) throw bad();
     if (*end == '\0') {
         o.start = o.end = first;
         return;
@@ -45,7 +47,7 @@ void parseFrames(const char* text, EvalOptions& o) {
     if (*end != '-') throw bad();
     const char* second = end + 1;
     const double last = std::strtod(second, &end);
-    if (end == second || *end != '\0') throw bad();
+    if (end == second || *end != '\0' || !std::isfinite(last)) throw bad();
     o.start = first;
     o.end = last;
 }
@@ -89,8 +91,9 @@ EvalOptions parseEvalOptions(int argc, char** argv) {
     }
 
     if (o.groom.empty() || o.output.empty()) throw std::invalid_argument("eval needs a groom file and -o <output>");
-    if (!(o.step > 0.0)) throw std::invalid_argument("--step must be positive");
+    if (!(o.step > 0.0) || !std::isfinite(o.step)) throw std::invalid_argument("--step must be positive");
     if (o.start > o.end) throw std::invalid_argument("the end frame is before the start frame");
+    if (!exportFrameRangeUsable(o.start, o.end, o.step)) throw std::invalid_argument("bad frame range");
     if (!(o.density >= 0.0f && o.density <= 1.0f)) throw std::invalid_argument("--density must be between 0 and 1");
     if (!isExportPath(o.output)) throw std::invalid_argument("the output must be .abc, .usda or .vrscene");
     if ((o.scales == "instancer" || o.scales == "both") && !isUsdPath(o.output))

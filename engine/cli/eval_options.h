@@ -21,9 +21,11 @@ struct EvalOptions {
 /// Scans argv[2..] and checks the result. std::invalid_argument: "<option> needs a value",
 /// "unknown option <arg>", "unexpected argument <arg>", "bad frame range", "--scales must be
 /// mesh, instancer, both or none", "invalid stod argument" / "invalid stof argument", then the
-/// checks in order: "eval needs a groom file and -o <output>", "--step must be positive",
-/// "the end frame is before the start frame", "--density must be between 0 and 1", "the output
-/// must be .abc, .usda or .vrscene", "an instancer goes to USD". A number too large for its
+/// checks in order: "eval needs a groom file and -o <output>", "--step must be positive" (also
+/// for a step that is not finite), "the end frame is before the start frame", "bad frame range"
+/// (a frame that is not finite, or a range with more frames than an export can number),
+/// "--density must be between 0 and 1", "the output must be .abc, .usda or .vrscene", "an
+/// instancer goes to USD". A number too large for its
 /// type is std::out_of_range "stod argument out of range" / "stof argument out of range".
 EvalOptions parseEvalOptions(int argc, char** argv);
 

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "core/file_replace.h"
 #include "core/instances.h"
 #include "groom/export_writers.h"
 #include "groom/prototypes_json.h"
@@ -23,8 +24,10 @@ ScaleOutput scaleOutputOf(const std::string& text) {
 
 void checkRequest(const ExportRequest& r) {
     if (r.output.empty()) throw std::invalid_argument("no output file");
-    if (!(r.step > 0.0)) throw std::invalid_argument("the frame step must be positive");
+    if (!(r.step > 0.0) || !std::isfinite(r.step)) throw std::invalid_argument("the frame step must be positive");
+    if (!std::isfinite(r.start) || !std::isfinite(r.end)) throw std::invalid_argument("bad frame range");
     if (r.start > r.end) throw std::invalid_argument("the end frame is before the start frame");
+    if (!exportFrameRangeUsable(r.start, r.end, r.step)) throw std::invalid_argument("bad frame range");
     if (!(r.density >= 0.0f && r.density <= 1.0f)) throw std::invalid_argument("the density must be between 0 and 1");
     if (!isExportPath(r.output)) throw std::invalid_argument("the output must be .abc, .usda, .usd or .vrscene");
     const ScaleOutput scales = scaleOutputOf(r.scales);
@@ -61,6 +64,16 @@ std::uint64_t exportFrameCount(double start, double end, double step) {
     return static_cast<std::uint64_t>(std::floor((end - start) / step + 0.000001)) + 1;
 }
 
+bool exportFrameRangeUsable(double start, double end, double step) {
+    if (!std::isfinite(start) || !std::isfinite(end) || !std::isfinite(step) || !(step > 0.0) || start > end)
+        return false;
+    const double steps = std::floor((end - start) / step + 0.000001);
+    if (!(steps < static_cast<double>(kMaxExportFrames))) return false;
+    // Every frame must differ from the one before: a step lost in the frames' precision would
+    // write the same time again and again.
+    return steps == 0.0 || (start + step > start && end - step < end);
+}
+
 ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
     checkRequest(request);
     const ScaleOutput scales = scaleOutputOf(request.scales);
@@ -74,8 +87,12 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
     setup.scales = scales;
     setup.application = request.application;
     setup.prototypes = prototypes;
-    setup.look = session.hairLook();
-    std::unique_ptr<FrameWriter> writer = openFrameWriter(setup, scene);
+    // The writer, and with it "<target>.tmp", comes when the first frame is ready to be
+    // written, so that an interrupted evaluation leaves no file behind; what would stop the
+    // write is found now, before the work.
+    if (const std::string problem = targetProblem(request.output); !problem.empty())
+        throw std::runtime_error("cannot write '" + request.output + "': " + problem);
+    std::unique_ptr<FrameWriter> writer;
 
     const std::uint64_t frames = exportFrameCount(request.start, request.end, request.step);
     // Nothing can move: the first frame's strands stand for every frame.
@@ -92,6 +109,10 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
             scaleMesh.reset();
             if (strands && strands->instances() && scales != ScaleOutput::none)
                 scaleMesh = std::make_unique<ScaleMesh>(bakeScaleMesh(*strands->instances(), prototypes));
+        }
+        if (!writer) {
+            setup.look = session.hairLook();
+            writer = openFrameWriter(setup, scene);
         }
         const std::shared_ptr<const ScalpMesh>& scalp = session.scalp();
         const ScalpUvs uvs{scalp && scalp->hasUvs() ? scalp->uvs() : std::span<const std::array<float, 2>>()};

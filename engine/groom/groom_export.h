@@ -33,11 +33,22 @@ struct ExportResult {
 /// constant keeping a range that should divide evenly from losing its last frame.
 std::uint64_t exportFrameCount(double start, double end, double step);
 
+/// The most frames one export writes: an archive numbers its samples with 32-bit integers.
+inline constexpr std::uint64_t kMaxExportFrames = 0x7fffffffu;
+
+/// False when the range cannot be written: a frame or the step not finite, the step not
+/// positive, the end before the start, more than kMaxExportFrames frames, or a step too small
+/// to tell one frame from the next at the range's magnitude.
+bool exportFrameRangeUsable(double start, double end, double step);
+
 /// Writes the frames. std::invalid_argument for a bad request: "no output file", "the frame
-/// step must be positive", "the end frame is before the start frame", "the density must be
-/// between 0 and 1", "the output must be .abc, .usda, .usd or .vrscene", "scales must be mesh,
-/// instancer, both or none", "an instancer goes to USD". Evaluation and writer failures
-/// propagate; the target is then left as it was.
+/// step must be positive", "bad frame range" (a range exportFrameRangeUsable refuses), "the
+/// end frame is before the start frame", "the density must be between 0 and 1", "the output
+/// must be .abc, .usda, .usd or .vrscene", "scales must be mesh, instancer, both or none", "an
+/// instancer goes to USD". Before evaluating, a target that cannot be written gives "cannot
+/// write '<output>': <system message>" (a directory, a missing or read-only folder).
+/// Evaluation and writer failures propagate; the target is then left as it was.
+/// "<output>.tmp" exists only from the first write on.
 ExportResult exportFrames(GroomSession& session, const ExportRequest& request);
 
 }  // namespace tressora
