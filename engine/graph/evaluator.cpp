@@ -378,6 +378,8 @@ std::vector<Value> GraphEvaluation::run(NodeId id, GraphNode& node, std::uint64_
     std::vector<std::string> notes = std::move(context_.notes);
     context_.notes.clear();
     notes.push_back(op.note(context_));
+    for (const std::string& unknown : undeclaredParams(op))
+        notes.push_back("unknown param '" + unknown + "' is kept but does nothing (" + op.type() + " has no such param)");
     graph_.nodeNotes_[id] = joined(notes);
     return outputs;
 }

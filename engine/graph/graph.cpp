@@ -256,7 +256,15 @@ void Graph::disconnect(NodeId to, unsigned input) {
 // ---- edits -----------------------------------------------------------------------------
 
 void Graph::setParam(NodeId id, const std::string& name, ParamValue value) {
-    node(id).op->paramValues.set(name, std::move(value));
+    Operator& op = *node(id).op;
+    if (const std::optional<ParamSpec> spec = findParam(op, name)) {
+        try {
+            value = checkParam(std::move(value), *spec);
+        } catch (const GraphError& e) {
+            throw GraphError("node '" + nodeName(id) + "': " + e.what());
+        }
+    }
+    op.paramValues.set(name, std::move(value));
 }
 
 void Graph::setBypass(NodeId id, bool bypass) { node(id).bypass = bypass; }

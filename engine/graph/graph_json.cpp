@@ -75,8 +75,16 @@ void readNode(Graph& graph, const json& object, const OperatorRegistry& registry
             for (const ParamSpec& s : specs)
                 if (s.name == param) spec = &s;
             // Params the type does not declare are kept: a newer file's settings survive a
-            // round trip through this version.
-            op->paramValues.set(param, paramFromJson(value, spec, param));
+            // round trip through this version (the evaluation notes them).
+            ParamValue read = paramFromJson(value, spec, param);
+            if (spec) {
+                try {
+                    read = checkParam(std::move(read), *spec);
+                } catch (const GraphError& e) {
+                    throw GraphError("node '" + name + "': " + e.what());
+                }
+            }
+            op->paramValues.set(param, std::move(read));
         }
     }
     if (const auto it = object.find("version"); it != object.end()) readVersion(*op, name, *it);

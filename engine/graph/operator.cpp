@@ -99,6 +99,17 @@ std::optional<ParamSpec> findParam(const Operator& op, const std::string& name) 
     return std::nullopt;
 }
 
+std::vector<std::string> undeclaredParams(const Operator& op) {
+    const std::vector<ParamSpec> declared = allParams(op);
+    std::vector<std::string> out;
+    for (const auto& entry : op.paramValues.values()) {
+        const std::string& name = entry.first;
+        if (std::none_of(declared.begin(), declared.end(), [&](const ParamSpec& s) { return s.name == name; }))
+            out.push_back(name);
+    }
+    return out;
+}
+
 void declareParams(Operator& op) {
     for (const ParamSpec& spec : allParams(op)) op.paramValues.declare(spec);
 }

@@ -106,6 +106,8 @@ bool hasAffect(const Operator& op);
 
 /// The node's full param list: `params`, `dynamicParams`, then the common ones it has.
 std::vector<ParamSpec> allParams(const Operator& op);
+/// Names of the params the node holds but does not declare (kept from a newer file, or mistyped).
+std::vector<std::string> undeclaredParams(const Operator& op);
 
 /// The ParamSpec of one of the node's params by name, or nothing.
 std::optional<ParamSpec> findParam(const Operator& op, const std::string& name);

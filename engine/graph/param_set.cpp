@@ -165,4 +165,34 @@ ParamValue coerce(const UniformValue& value, const ParamSpec& spec) {
     throw refuse();
 }
 
+namespace {
+
+// A stored value as a connection would carry it; ramps and maps have no such form.
+std::optional<UniformValue> uniformOf(const ParamValue& value) {
+    if (const bool* b = std::get_if<bool>(&value)) return UniformValue::boolean(*b);
+    if (const std::int64_t* i = std::get_if<std::int64_t>(&value)) return UniformValue::integer(*i);
+    if (const double* d = std::get_if<double>(&value)) return UniformValue::number(*d);
+    if (const Vec3f* v = std::get_if<Vec3f>(&value)) return UniformValue::vec3(*v);
+    if (const std::string* t = std::get_if<std::string>(&value)) return UniformValue::text(*t);
+    return std::nullopt;
+}
+
+// Numbers and vectors that a map may drive instead.
+bool takesMap(const ParamSpec& spec) {
+    return spec.kind() == ParamKind::Map || spec.mappable() || spec.vectorExpression || spec.colorField;
+}
+
+}  // namespace
+
+ParamValue checkParam(ParamValue value, const ParamSpec& spec) {
+    if (std::holds_alternative<MapRef>(value) && takesMap(spec)) return value;
+    const std::optional<UniformValue> uniform = uniformOf(value);
+    const bool plain = spec.kind() != ParamKind::Ramp && spec.kind() != ParamKind::Map;
+    if (plain && uniform) return coerce(*uniform, spec);
+    if (!plain && value.index() == spec.defaultValue.index()) return value;
+    throw GraphError("param '" + spec.name + "' takes " + std::string(valueKindName(spec.valueKind())) +
+                     " and cannot take " +
+                     (uniform ? describe(*uniform) : std::holds_alternative<Ramp>(value) ? "a ramp" : "a map"));
+}
+
 }  // namespace tressora

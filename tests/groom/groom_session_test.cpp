@@ -249,13 +249,13 @@ TEST(GroomSession, GraphReadsTimeThroughExpressionsControlsAndMaps) {
     Graph& graph = *session.graph();
     const NodeId out = graph.outputNode(), report = graph.nodeByName("report");
     EXPECT_FALSE(graphReadsTime(graph, out));
-    graph.setParam(report, "label", MapRef{MapSource::Expression, "sin(frame) * 0.5", MapComponent::Auto, 0, 1});
+    graph.setParam(report, "drive", MapRef{MapSource::Expression, "sin(frame) * 0.5", MapComponent::Auto, 0, 1});
     EXPECT_TRUE(graphReadsTime(graph, out));
-    graph.setParam(report, "label", MapRef{MapSource::Expression, "u * timeless", MapComponent::Auto, 0, 1});
+    graph.setParam(report, "drive", MapRef{MapSource::Expression, "u * timeless", MapComponent::Auto, 0, 1});
     EXPECT_FALSE(graphReadsTime(graph, out));
-    graph.setParam(report, "label", MapRef{MapSource::Texture, "paint/density.<f>.png", MapComponent::Auto, 0, 1});
+    graph.setParam(report, "drive", MapRef{MapSource::Texture, "paint/density.<f>.png", MapComponent::Auto, 0, 1});
     EXPECT_TRUE(graphReadsTime(graph, out));
-    graph.setParam(report, "label", std::string("frame"));  // plain text in a node that is no expression
+    graph.setParam(report, "drive", std::string("frame"));  // plain text in a node that is no expression
     EXPECT_FALSE(graphReadsTime(graph, out));
 
     graph.setParamControls(graph.nodeByName("sprout"), "step", {"wind"});

@@ -81,19 +81,10 @@ public:
 
     Value evaluate(EvalContext& context, const std::vector<Value>& inputs) override {
         if (inputs.empty()) return {};
-        const std::string space = paramValues.getString("space", "strand");
-        const std::string mode = paramValues.getString("mode", "smooth");
-        if (space != "strand" && space != "world") {
-            context.addNote("space must be strand or world");
-            return inputs[0];
-        }
-        if (mode != "smooth" && mode != "kinky") {
-            context.addNote("mode must be smooth or kinky");
-            return inputs[0];
-        }
+        // Choices were checked when the params were set.
         NoiseSettings settings;
-        settings.world = space == "world";
-        settings.kinky = mode == "kinky";
+        settings.world = paramValues.getString("space", "strand") == "world";
+        settings.kinky = paramValues.getString("mode", "smooth") == "kinky";
         settings.frequency = static_cast<float>(paramValues.getFloat("frequency", 3.0));
         settings.octaves = static_cast<int>(paramValues.getInt("octaves", 2));
         settings.seed = paramValues.getInt("seed", 0);

@@ -99,13 +99,5 @@ TEST(Noise, DisplacesGuidesAndKeepsTheirData) {
     EXPECT_EQ(op->output().type, PortType::Curves);
 }
 
-TEST(Noise, WrongTextsAreNotes) {
-    const StrandSet in = straightStrands(2, 3);
-    EXPECT_EQ(runNode("Noise", in, {{"space", std::string("object")}}).notes,
-              std::vector<std::string>{"space must be strand or world"});
-    EXPECT_EQ(runNode("Noise", in, {{"mode", std::string("wild")}}).notes,
-              std::vector<std::string>{"mode must be smooth or kinky"});
-}
-
 }  // namespace
 }  // namespace tressora
