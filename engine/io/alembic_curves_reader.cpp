@@ -150,7 +150,10 @@ void readObjectSample(const abc::CurvesReader& reader, std::uint32_t index, Read
 }  // namespace
 
 ReadCurves readAlembicCurves(const std::string& path, const std::string& objectName) {
-    const abc::ArchiveReader archive(path);
+    return readAlembicCurves(abc::ArchiveReader(path), objectName);
+}
+
+ReadCurves readAlembicCurves(const abc::ArchiveReader& archive, const std::string& objectName) {
     std::vector<abc::CurvesReader> readers;
     archive.forEachObject([&](const abc::ObjectReader& object) {
         if (abc::isCurves(object) && matches(object, objectName)) readers.emplace_back(object);
@@ -198,7 +201,10 @@ std::vector<std::array<float, 2>> cornerUvs(const abc::PolyMeshData& data, const
 }  // namespace
 
 ReadMesh readAlembicMesh(const std::string& path, const std::string& objectName) {
-    const abc::ArchiveReader archive(path);
+    return readAlembicMesh(abc::ArchiveReader(path), objectName);
+}
+
+ReadMesh readAlembicMesh(const abc::ArchiveReader& archive, const std::string& objectName) {
     const abc::ObjectReader* found = nullptr;
     archive.forEachObject([&](const abc::ObjectReader& object) {
         if (!found && abc::isPolyMesh(object) && matches(object, objectName)) found = &object;

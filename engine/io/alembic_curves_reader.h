@@ -37,6 +37,8 @@ struct ReadCurves {
 /// a negative vertex count", "... the vertex counts add up to <n> points but the sample holds
 /// <m>", and whatever the archive reader finds damaged.
 ReadCurves readAlembicCurves(const std::string& path, const std::string& objectName = {});
+/// The same, from an archive already open (a file's or bytes held in memory).
+ReadCurves readAlembicCurves(const abc::ArchiveReader& archive, const std::string& objectName = {});
 
 /// One sample of a mesh's points.
 struct ReadMeshSample {
@@ -58,5 +60,6 @@ struct ReadMesh {
 /// The first polygon mesh named `objectName` (or that name + "Shape"; any mesh when empty).
 /// AlembicError "no polygon mesh" (+ " named '<name>'") when there is none.
 ReadMesh readAlembicMesh(const std::string& path, const std::string& objectName = {});
+ReadMesh readAlembicMesh(const abc::ArchiveReader& archive, const std::string& objectName = {});
 
 }  // namespace tressora

@@ -3,18 +3,20 @@
 #include <fstream>
 
 #include "core/file_replace.h"
+#include "core/signal_cleanup.h"
 
 namespace tressora {
 
 SpooledOutput::SpooledOutput(std::string target, Raise raise)
     : target_(std::move(target)), temporary_(target_ + ".tmp"), raise_(raise),
-      uncaughtAtOpen_(std::uncaught_exceptions()) {
+      temporaryOnSignal_(temporary_), uncaughtAtOpen_(std::uncaught_exceptions()) {
     std::ofstream probe(utf8Path(temporary_), std::ios::binary | std::ios::trunc);
     if (!probe.is_open()) raise_("cannot write '" + target_ + "'");
 }
 
 SpoolFile& SpooledOutput::addSpool() {
     spools_.push_back(std::make_unique<SpoolFile>(target_ + ".spool" + std::to_string(spools_.size())));
+    spoolsOnSignal_.emplace_back(spools_.back()->path());
     return *spools_.back();
 }
 
@@ -44,7 +46,6 @@ void SpooledOutput::removeFiles() noexcept {
 void SpooledOutput::finish(const std::function<bool(std::ostream&)>& compose) {
     if (closed_) return;
     closed_ = true;
-    const std::string cannotWrite = "cannot write '" + target_ + "'";
     bool whole = false;
     if (!failed_) {
         std::ofstream out(utf8Path(temporary_), std::ios::binary | std::ios::trunc);
@@ -61,7 +62,7 @@ void SpooledOutput::finish(const std::function<bool(std::ostream&)>& compose) {
     for (auto& spool : spools_) spool->remove();
     if (!whole) {
         removeQuietly(temporary_);
-        raise_(cannotWrite);
+        raise_("cannot write '" + target_ + "'");
     }
     const std::string error = replaceFile(temporary_, target_);
     if (!error.empty()) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "core/signal_cleanup.h"
 #include "io/spool_file.h"
 
 namespace tressora {
@@ -21,7 +22,8 @@ public:
     using Raise = void (*)(const std::string& message);
 
     /// Creates and closes "<target>.tmp" to test that it can be written; raises
-    /// "cannot write '<target>'" when it cannot.
+    /// "cannot write '<target>'" when it cannot. The temporary file and the spools are deleted
+    /// if the process is interrupted.
     SpooledOutput(std::string target, Raise raise);
     SpooledOutput(const SpooledOutput&) = delete;
     SpooledOutput& operator=(const SpooledOutput&) = delete;
@@ -65,6 +67,8 @@ private:
     std::string temporary_;
     Raise raise_;
     std::vector<std::unique_ptr<SpoolFile>> spools_;
+    RemoveOnSignal temporaryOnSignal_;
+    std::vector<RemoveOnSignal> spoolsOnSignal_;
     std::uint64_t frames_ = 0;
     double firstTime_ = 0.0;
     double lastTime_ = 0.0;

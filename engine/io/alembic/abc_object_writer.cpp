@@ -96,7 +96,7 @@ std::uint64_t ObjectWriter::writeBody() {
 // ---- ArchiveWriter ---------------------------------------------------------------------------
 
 ArchiveWriter::ArchiveWriter(std::string targetPath, ArchiveInfo info)
-    : target_(std::move(targetPath)), tmp_(target_ + ".tmp") {
+    : target_(std::move(targetPath)), tmp_(target_ + ".tmp"), tmpOnSignal_(tmp_) {
     metadata_ = info.extra;
     metadata_.set("_ai_Application", info.application);
     metadata_.set("_ai_Description", info.description);

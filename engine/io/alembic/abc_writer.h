@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/signal_cleanup.h"
 #include "io/alembic/abc_types.h"
 #include "io/alembic/abc_writer_core.h"
 
@@ -268,6 +269,7 @@ public:
 private:
     std::string target_;
     std::string tmp_;
+    RemoveOnSignal tmpOnSignal_;
     MetaData metadata_;
     std::unique_ptr<WriterCore> core_;
     std::unique_ptr<ObjectWriter> top_;
