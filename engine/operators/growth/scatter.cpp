@@ -12,6 +12,7 @@
 #include "core/hash.h"
 #include "core/parallel.h"
 #include "core/strand_set.h"
+#include "core/system_memory.h"
 #include "graph/operator_registry.h"
 #include "maps/map_fields.h"
 #include "maps/scalar_field.h"
@@ -362,6 +363,7 @@ Value ScatterOperator::evaluate(EvalContext& context, const std::vector<Value>& 
     planInput.previewFraction = context.previewFraction;
     planInput.previewPointBudget = context.previewPointBudget;
     planInput.previewAll = paramValues.getBool("previewAll", false);
+    planInput.memoryBytes = usableMemoryBytes();
     const ScatterPlan plan = planScatter(planInput);
     capped_.store(plan.capped, std::memory_order_relaxed);
     if (!plan.note.empty()) context.addNote(plan.note);

@@ -18,6 +18,11 @@ constexpr double kMaxPoints = 400'000'000.0;
 /// Up to this many strands every preview holds all of them.
 constexpr double kFloorStrands = 5000.0;
 constexpr double kLowestFloor = 0.03;
+/// What a strand point costs in a whole evaluation of the default graph, at the least: its
+/// position, width and colour in the result, and the copies that the nodes before it keep
+/// in the cache. A count whose points need more than the process can use is refused before
+/// any of them is made.
+constexpr double kBytesPerPoint = 64.0;
 
 template <class... Args>
 std::string format(const char* pattern, Args... args) {
@@ -62,6 +67,12 @@ ScatterPlan planScatter(const ScatterPlanInput& in) {
         throw GraphError(format("Scatter: %.0fM points (strands x %zu) is more than memory holds: lower the density "
                                 "or the Resample's segments",
                                 generate * points / 1e6, perStrand));
+    if (in.memoryBytes > 0 && generate * points * kBytesPerPoint > static_cast<double>(in.memoryBytes))
+        throw GraphError(format("Scatter: %.1fM strands asked for would need about %.1f GB, more than the %.1f GB "
+                                "this process can use: lower the %s or the Resample's segments",
+                                generate * count / 1e6, generate * points * kBytesPerPoint / 1e9,
+                                static_cast<double>(in.memoryBytes) / 1e9,
+                                in.grid ? "grid's rows and columns" : "density"));
     plan.fraction = static_cast<float>(fraction);
     plan.floorFraction = static_cast<float>(floor);
     plan.generate = static_cast<float>(generate);

@@ -16,6 +16,7 @@ struct ScatterPlanInput {
     float previewFraction = 1.0f;    ///< the groom's preview density; 1 for a full evaluation
     double previewPointBudget = 0.0; ///< 0 or less: no budget
     bool previewAll = false;         ///< every root in the viewport too
+    std::uint64_t memoryBytes = 0;   ///< the memory the process can use; 0: unknown, no check
 };
 
 struct ScatterPlan {
@@ -27,7 +28,8 @@ struct ScatterPlan {
 };
 
 /// Checks the limits and plans the preview. Throws GraphError for a count that is not a
-/// finite number, more than 50M strands, or more points than a preview or memory holds.
+/// finite number, more than 50M strands, more points than a preview or memory holds, or
+/// strands whose arrays would not fit in `memoryBytes`.
 ScatterPlan planScatter(const ScatterPlanInput& input);
 
 /// The preview mark of a root in an evaluation: -1 left out, 1 shown and held by every
