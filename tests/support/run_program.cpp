@@ -1,6 +1,7 @@
 #include "support/run_program.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,6 +25,11 @@ std::string slurp(const std::string& path) {
 
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& args,
                          const std::vector<std::string>& environment) {
+    return runProgramUntil(program, args, 0, {}, environment);
+}
+
+ProgramResult runProgramUntil(const std::string& program, const std::vector<std::string>& args, int signal,
+                              const std::function<bool()>& when, const std::vector<std::string>& environment) {
     char outPath[] = "/tmp/tressora-out-XXXXXX";
     char errPath[] = "/tmp/tressora-err-XXXXXX";
     const int outFd = mkstemp(outPath);
@@ -52,7 +58,16 @@ ProgramResult runProgram(const std::string& program, const std::vector<std::stri
     pid_t pid = 0;
     if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) == 0) {
         int status = 0;
-        waitpid(pid, &status, 0);
+        bool sent = !when;
+        while (!sent && waitpid(pid, &status, WNOHANG) == 0) {
+            if (when()) {
+                kill(pid, signal);
+                sent = true;
+            } else {
+                usleep(500);
+            }
+        }
+        if (sent) waitpid(pid, &status, 0);
         result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     posix_spawn_file_actions_destroy(&actions);

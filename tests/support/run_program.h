@@ -2,6 +2,7 @@
 // Runs a program with arguments and captures its standard output, standard error and exit
 // code, for tests that drive the built tressora-cli as a user would.
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,11 @@ struct ProgramResult {
 /// "NAME=value" added to the current environment.
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& args,
                          const std::vector<std::string>& environment = {});
+
+/// Runs the program as runProgram does and sends it `signal` as soon as `when()` turns true
+/// (asked every half millisecond while the program runs).
+ProgramResult runProgramUntil(const std::string& program, const std::vector<std::string>& args, int signal,
+                              const std::function<bool()>& when, const std::vector<std::string>& environment = {});
 
 /// The built tressora-cli.
 inline ProgramResult runCli(const std::vector<std::string>& args, const std::vector<std::string>& environment = {}) {
