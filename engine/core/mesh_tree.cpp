@@ -387,17 +387,24 @@ std::shared_ptr<const BvhTree> BvhTree::build(std::span<const Vec3f> points,
         if (extent[2] > extent[axis]) axis = 2;
 
         auto begin = tree->order.begin();
-        if (count < 5 || !(extent[axis] > 0.0f)) {
+        if (count < 5) {
             std::sort(begin + w.first, begin + w.last);
             tree->nodes[w.node] = {w.first, count};
             continue;
         }
+        // A leaf holds at most four triangles (the leaf test works four lanes at a time), so
+        // triangles whose centres cannot be told apart (stacked copies, points that are not
+        // finite) are split by index instead.
         const std::uint32_t mid = w.first + count / 2;
-        std::nth_element(begin + w.first, begin + mid, begin + w.last,
-                         [&](std::uint32_t a, std::uint32_t b) {
-                             const float ca = centroid[a][axis], cb = centroid[b][axis];
-                             return ca < cb || (ca == cb && a < b);
-                         });
+        if (extent[axis] > 0.0f) {
+            std::nth_element(begin + w.first, begin + mid, begin + w.last,
+                             [&](std::uint32_t a, std::uint32_t b) {
+                                 const float ca = centroid[a][axis], cb = centroid[b][axis];
+                                 return ca < cb || (ca == cb && a < b);
+                             });
+        } else {
+            std::sort(begin + w.first, begin + w.last);
+        }
         const auto left = static_cast<std::uint32_t>(tree->nodes.size());
         tree->nodes.push_back({0, 0});
         tree->nodes.push_back({0, 0});

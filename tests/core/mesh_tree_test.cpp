@@ -40,8 +40,16 @@ void expectSameHit(const ScalpMesh& mesh, Vec3f o, Vec3f d) {
     EXPECT_EQ(fast.t, slow.t) << "faces " << fast.point.face << " and " << slow.point.face;
 }
 
-TEST(MeshTree, LeavesHoldAtMostFourSortedTrianglesAndCoverAllOnce) {
-    const ScalpMesh mesh = testing::icosphere(3);
+/// Nine copies of one triangle and a triangle with a point that is not a number: no centre
+/// tells them apart, and leaves must still hold four at most.
+ScalpMesh stackedTriangles() {
+    std::vector<Vec3f> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {std::nanf(""), 0, 0}};
+    std::vector<ScalpMesh::Triangle> triangles(9, ScalpMesh::Triangle{0, 1, 2});
+    triangles.push_back({3, 1, 2});
+    return ScalpMesh(std::move(points), std::move(triangles));
+}
+
+void expectWellFormedLeaves(const ScalpMesh& mesh) {
     const BvhTree& tree = mesh.bvh()->tree();
     std::vector<int> seen(mesh.triangleCount(), 0);
     for (std::uint32_t n = 0; n < tree.nodes.size(); ++n) {
@@ -68,6 +76,13 @@ TEST(MeshTree, LeavesHoldAtMostFourSortedTrianglesAndCoverAllOnce) {
     }
     for (int s : seen) ASSERT_EQ(s, 1);
     EXPECT_LE(tree.depth, 20u);
+}
+
+TEST(MeshTree, LeavesHoldAtMostFourSortedTrianglesAndCoverAllOnce) {
+    expectWellFormedLeaves(testing::icosphere(3));
+    const ScalpMesh stacked = stackedTriangles();
+    expectWellFormedLeaves(stacked);
+    EXPECT_EQ(stacked.closestPoint({0.2f, 0.2f, 1.0f}).face, 0);
 }
 
 TEST(MeshTree, ClosestPointMatchesBruteForceOnRandomMeshes) {
