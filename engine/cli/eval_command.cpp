@@ -26,6 +26,7 @@ int evalCommand(int argc, char** argv, std::ostream& out, std::ostream&) {
     request.step = options.step;
     request.density = options.density;
     request.scales = options.scales;
+    request.layout = options.layout;
     request.progress = &out;
     request.stats = options.stats;
     request.timings = options.timings;

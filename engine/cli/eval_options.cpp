@@ -80,6 +80,10 @@ EvalOptions parseEvalOptions(int argc, char** argv) {
             o.scales = value();
             if (o.scales != "mesh" && o.scales != "instancer" && o.scales != "both" && o.scales != "none")
                 throw std::invalid_argument("--scales must be mesh, instancer, both or none");
+        } else if (arg == "--layout") {
+            o.layout = value();
+            if (o.layout != "neutral" && o.layout != "unreal")
+                throw std::invalid_argument("--layout must be neutral or unreal");
         } else if (!arg.empty() && arg[0] == '-') {
             throw std::invalid_argument("unknown option " + arg);
         } else if (haveGroom) {
@@ -98,6 +102,8 @@ EvalOptions parseEvalOptions(int argc, char** argv) {
     if (!isExportPath(o.output)) throw std::invalid_argument("the output must be .abc, .usda or .vrscene");
     if ((o.scales == "instancer" || o.scales == "both") && !isUsdPath(o.output))
         throw std::invalid_argument("an instancer goes to USD");
+    if (o.layout == "unreal" && !isAlembicPath(o.output))
+        throw std::invalid_argument("--layout unreal writes Alembic: the output must be .abc");
     return o;
 }
 

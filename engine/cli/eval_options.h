@@ -16,6 +16,7 @@ struct EvalOptions {
     bool timings = false;
     bool stats = false;
     std::string scales = "mesh";
+    std::string layout = "neutral";
 };
 
 /// Scans argv[2..] and checks the result. std::invalid_argument: "<option> needs a value",
@@ -25,7 +26,8 @@ struct EvalOptions {
 /// for a step that is not finite), "the end frame is before the start frame", "bad frame range"
 /// (a frame that is not finite, or a range with more frames than an export can number),
 /// "--density must be between 0 and 1", "the output must be .abc, .usda or .vrscene", "an
-/// instancer goes to USD". A number too large for its
+/// instancer goes to USD", "--layout unreal writes Alembic: the output must be .abc".
+/// "--layout must be neutral or unreal" is thrown by the scan. A number too large for its
 /// type is std::out_of_range "stod argument out of range" / "stof argument out of range".
 EvalOptions parseEvalOptions(int argc, char** argv);
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "core/guide_set.h"
 #include "core/instances.h"
 #include "core/strand_set.h"
 #include "groom/groom_scene.h"
@@ -18,9 +19,10 @@ namespace tressora {
 class FrameWriter {
 public:
     virtual ~FrameWriter() = default;
-    /// One frame: the strands (never null: an empty set for none), the scalp's uvs and the
-    /// baked scales (both may be null).
-    virtual void write(double frame, const StrandSet& strands, const ScalpUvs* scalp, const ScaleMesh* scales) = 0;
+    /// One frame: the strands (never null: an empty set for none), the scalp's uvs, the baked
+    /// scales and the groom's guides (each may be null; only the groom layout writes guides).
+    virtual void write(double frame, const std::shared_ptr<const StrandSet>& strands, const ScalpUvs* scalp,
+                       const ScaleMesh* scales, const GuideSet* guides) = 0;
     virtual void close() = 0;
 };
 
@@ -35,15 +37,20 @@ struct FrameWriterSetup {
     /// The look of the groom's nodes: every writer colours melanin strands with it, and the
     /// V-Ray scene takes its hair material from it.
     HairLook look;
+    /// Alembic only: the attribute layout of Unreal's groom importer instead of the neutral one.
+    bool groomLayout = false;
 };
 
 /// Whether the path names an output an export can write (case-sensitive extensions).
 bool isExportPath(const std::string& path);
 bool isUsdPath(const std::string& path);
+bool isAlembicPath(const std::string& path);
 
 /// Opens the writer for the setup's extension. Alembic gets the root "groom", the scene's
 /// frames per second and the first frame's time; USD and V-Ray get the scene's up axis and
-/// its length unit in metres, USD also the scale mode. All colour melanin by the look. The writers' own failures propagate.
+/// its length unit in metres, USD also the scale mode. All colour melanin by the look. The
+/// groom layout writes strands and guides (grouped by the strands' "groupId") in the
+/// importer's space: centimetres, from the scene's up axis. The writers' own failures propagate.
 std::unique_ptr<FrameWriter> openFrameWriter(const FrameWriterSetup& setup, const GroomScene& scene);
 
 }  // namespace tressora

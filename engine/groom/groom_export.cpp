@@ -7,6 +7,8 @@
 #include <stdexcept>
 
 #include "core/file_replace.h"
+#include "core/guide_hierarchy.h"
+#include "core/guide_set.h"
 #include "core/instances.h"
 #include "groom/export_writers.h"
 #include "groom/prototypes_json.h"
@@ -33,6 +35,17 @@ void checkRequest(const ExportRequest& r) {
     const ScaleOutput scales = scaleOutputOf(r.scales);
     if ((scales == ScaleOutput::instancer || scales == ScaleOutput::both) && !isUsdPath(r.output))
         throw std::invalid_argument("an instancer goes to USD");
+    if (r.layout != "neutral" && r.layout != "unreal") throw std::invalid_argument("the layout must be neutral or unreal");
+    if (r.layout == "unreal" && !isAlembicPath(r.output)) throw std::invalid_argument("the unreal layout is written to .abc");
+}
+
+/// The groom's guides as they stand in this frame: the hierarchy's, else the flat ones.
+std::shared_ptr<const GuideSet> currentGuides(const GroomSession& session) {
+    if (const SceneItem* item = session.catalog().find("hierarchy"))
+        if (const auto hierarchy = item->value.as<GuideHierarchy>())
+            return std::make_shared<const GuideSet>(GuideSet::fromHierarchy(*hierarchy, {}));
+    if (const SceneItem* item = session.catalog().find("guides")) return item->value.as<GuideSet>();
+    return nullptr;
 }
 
 /// The prototypes stored in the scene, by name.
@@ -87,6 +100,7 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
     setup.scales = scales;
     setup.application = request.application;
     setup.prototypes = prototypes;
+    setup.groomLayout = request.layout == "unreal";
     // The writer, and with it "<target>.tmp", comes when the first frame is ready to be
     // written, so that an interrupted evaluation leaves no file behind; what would stop the
     // write is found now, before the work.
@@ -97,9 +111,10 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
     const std::uint64_t frames = exportFrameCount(request.start, request.end, request.step);
     // Nothing can move: the first frame's strands stand for every frame.
     const bool moves = session.hasMotion();
-    const StrandSet none;
+    const auto none = std::make_shared<const StrandSet>();
     std::shared_ptr<const StrandSet> strands;
     std::unique_ptr<ScaleMesh> scaleMesh;
+    std::shared_ptr<const GuideSet> guides;
     ExportResult result;
     for (std::uint64_t i = 0; i < frames; ++i) {
         const double frame = request.start + static_cast<double>(i) * request.step;
@@ -109,6 +124,7 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
             scaleMesh.reset();
             if (strands && strands->instances() && scales != ScaleOutput::none)
                 scaleMesh = std::make_unique<ScaleMesh>(bakeScaleMesh(*strands->instances(), prototypes));
+            if (setup.groomLayout) guides = currentGuides(session);
         }
         if (!writer) {
             setup.look = session.hairLook();
@@ -116,7 +132,8 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
         }
         const std::shared_ptr<const ScalpMesh>& scalp = session.scalp();
         const ScalpUvs uvs{scalp && scalp->hasUvs() ? scalp->uvs() : std::span<const std::array<float, 2>>()};
-        writer->write(frame, strands ? *strands : none, scalp && scalp->hasUvs() ? &uvs : nullptr, scaleMesh.get());
+        writer->write(frame, strands ? strands : none, scalp && scalp->hasUvs() ? &uvs : nullptr, scaleMesh.get(),
+                      guides.get());
         const std::size_t count = strands ? strands->strandCount() : 0;
         result.strands += count;
         ++result.frames;

@@ -18,6 +18,7 @@ struct ExportRequest {
     double step = 1.0;
     float density = 1.0f;
     std::string scales = "mesh";   ///< mesh, instancer, both or none
+    std::string layout = "neutral";  ///< neutral, or unreal: Alembic in the layout of Unreal's groom importer
     std::ostream* progress = nullptr;  ///< per-frame lines, notes, stats and timings; may be null
     bool stats = false;
     bool timings = false;
@@ -45,7 +46,8 @@ bool exportFrameRangeUsable(double start, double end, double step);
 /// step must be positive", "bad frame range" (a range exportFrameRangeUsable refuses), "the
 /// end frame is before the start frame", "the density must be between 0 and 1", "the output
 /// must be .abc, .usda, .usd or .vrscene", "scales must be mesh, instancer, both or none", "an
-/// instancer goes to USD". Before evaluating, a target that cannot be written gives "cannot
+/// instancer goes to USD", "the layout must be neutral or unreal", "the unreal layout is written
+/// to .abc". Before evaluating, a target that cannot be written gives "cannot
 /// write '<output>': <system message>" (a directory, a missing or read-only folder).
 /// Evaluation and writer failures propagate; the target is then left as it was.
 /// "<output>.tmp" exists only from the first write on.

@@ -104,8 +104,11 @@ ExportView buildExportView(const StrandSet& strands, const ScalpUvs* scalp, unsi
         rootUvs(strands, *scalp, view);
     }
     colours(strands, flags, colouring, view);
-    for (const auto& entry : strands.strandChannels()) view.strandChannels.push_back(entry.first);
-    for (const auto& entry : strands.pointChannels()) view.pointChannels.push_back(entry.first);
+    // Names that begin with "_" are the engine's own marks (a preview's "_preview"), not channels.
+    for (const auto& entry : strands.strandChannels())
+        if (!entry.first.starts_with('_')) view.strandChannels.push_back(entry.first);
+    for (const auto& entry : strands.pointChannels())
+        if (!entry.first.starts_with('_')) view.pointChannels.push_back(entry.first);
     if (flags & kExportBounds) bounds(strands, view);
     return view;
 }

@@ -41,8 +41,8 @@ struct ExportView {
     std::vector<MeshUv> rootUvs;             ///< one per strand when hasUvs
     bool hasColours = false;
     std::vector<Vec3f> colours;              ///< one per strand when hasColours
-    std::vector<std::string> strandChannels; ///< in name order
-    std::vector<std::string> pointChannels;  ///< in name order
+    std::vector<std::string> strandChannels; ///< in name order, without names that begin with "_"
+    std::vector<std::string> pointChannels;  ///< in name order, without names that begin with "_"
     Vec3f boundsMin;                         ///< with kExportBounds; zeros for no points
     Vec3f boundsMax;
 };
