@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, builds a release folder and a sanitizer
-# folder (AddressSanitizer + UndefinedBehaviorSanitizer), and runs every test in both.
+# folder (AddressSanitizer + UndefinedBehaviorSanitizer), runs every test in both, then runs
+# the libFuzzer targets for a bounded time from a clang folder (scripts/fuzz.sh).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh"
@@ -12,3 +13,6 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 "$root/scripts/build.sh" build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" -DTRESSORA_SANITIZE=ON -DTRESSORA_BUILD_BENCH=OFF
 (cd "$root/build-asan" && ctest --output-on-failure --timeout 1800)
+
+# The fuzz targets, each for a bounded time (TRESSORA_FUZZ_SECONDS, default 20), when clang is here.
+"$root/scripts/fuzz.sh"
