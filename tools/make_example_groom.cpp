@@ -146,6 +146,30 @@ GuideHierarchy placeGuides(const ScalpMesh& head, const ScalpMesh& scalp) {
     return hierarchy;
 }
 
+/// The default graph with the look of the example: locks gathered by a Clump after Length,
+/// and a loose wave wound by a Curl after Resample (which adds the points the wave needs).
+nlohmann::json exampleGraph() {
+    nlohmann::json graph = nlohmann::json::parse(defaultGraphText());
+    nlohmann::json& nodes = graph["nodes"];
+    nodes.push_back({{"name", "clump"},
+                     {"type", "Clump"},
+                     {"params", {{"count", 90}, {"strength", 0.85}, {"lockRadius", 0.15}, {"flatness", 0.3}}}});
+    nodes.push_back({{"name", "curl"},
+                     {"type", "Curl"},
+                     {"params", {{"shape", "wave"}, {"radius", 0.35}, {"frequency", 0.18}, {"coherence", "clump"}}}});
+    // A finer noise, so that the locks show through it.
+    for (nlohmann::json& node : nodes)
+        if (node["name"] == "noise") node["params"] = {{"amplitude", 0.08}};
+    // length -> clump -> noise, and resample -> curl -> output.
+    for (nlohmann::json& c : graph["connections"]) {
+        if (c["from"] == "length" && c["to"] == "noise") c["to"] = "clump";
+        if (c["from"] == "resample" && c["to"] == "output") c["to"] = "curl";
+    }
+    graph["connections"].push_back({{"from", "clump"}, {"to", "noise"}, {"input", "strands"}});
+    graph["connections"].push_back({{"from", "curl"}, {"to", "output"}, {"input", "strands"}});
+    return graph;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -162,7 +186,7 @@ int main(int argc, char** argv) {
         scene.units = "cm";
         scene.upAxis = "Y";
         scene.source = "meshes/nika.obj";
-        scene.graph = nlohmann::json::parse(defaultGraphText());
+        scene.graph = exampleGraph();
         scene.hierarchy = std::make_shared<const GuideHierarchy>(placeGuides(head, *scalp));
         scene.scalp.mesh = std::move(scalp);
         writeGroom(argv[2], scene);

@@ -12,6 +12,8 @@
 #include "operators/growth/scatter.h"
 #include "operators/growth/source_nodes.h"
 #include "operators/growth/width.h"
+#include "operators/look/clump.h"
+#include "operators/look/curl.h"
 #include "operators/look/noise.h"
 
 namespace tressora {
@@ -30,7 +32,9 @@ void registerBuiltinOperators(OperatorRegistry& registry) {
     registerWidthOperator(registry);
     registerResampleOperator(registry);
     // Look.
+    registerClumpOperator(registry);
     registerNoiseOperator(registry);
+    registerCurlOperator(registry);
     // Colour.
     registerHairColorOperator(registry);
     registerBandsOperator(registry);

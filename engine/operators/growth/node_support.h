@@ -56,6 +56,11 @@ public:
         spec_.showWhen = ParamCondition{std::move(param), std::move(in)};
         return *this;
     }
+    ParamRow& group(std::string group) { spec_.group = std::move(group); return *this; }
+    ParamRow& worldDirection() { spec_.worldDirection = true; return *this; }
+    /// The param's text names a strand channel the node writes (or, optionally present, reads).
+    ParamRow& writesChannel() { spec_.channel = ChannelMode::Writes; return *this; }
+    ParamRow& readsChannel() { spec_.channel = ChannelMode::Reads; spec_.channelOptional = true; return *this; }
     operator ParamSpec() const { return spec_; }  // NOLINT(google-explicit-constructor): rows list as specs
 
 private:
