@@ -9,6 +9,7 @@
 
 #include "core/document_version.h"
 #include "core/errors.h"
+#include "core/json_numbers.h"
 #include "core/float_text.h"
 #include "core/guide_hierarchy.h"
 #include "core/parallel.h"
@@ -137,8 +138,9 @@ private:
     }
 
     static float readFloat(const json& v, const std::string& where) {
-        if (!v.is_number() || !std::isfinite(v.get<double>())) fail(where, "a number");
-        return v.get<float>();
+        const std::optional<float> f = finiteFloat(v);
+        if (!f) fail(where, "a number");
+        return *f;
     }
 
     static std::vector<float> readFloats(const json& v, const std::string& where) {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/float_text.h"
+#include "core/json_numbers.h"
 
 namespace tressora {
 namespace {
@@ -24,8 +25,9 @@ std::vector<float> readList(const nlohmann::json& v, const std::string& name) {
     std::vector<float> out;
     for (const auto& e : v) {
         if (e.is_array() || e.is_object()) throw std::invalid_argument(prefix + "numbers only");
-        if (!e.is_number() || !std::isfinite(e.get<double>())) throw std::invalid_argument(prefix + "not a number");
-        out.push_back(e.get<float>());
+        const std::optional<float> f = finiteFloat(e);
+        if (!f) throw std::invalid_argument(prefix + "not a number");
+        out.push_back(*f);
     }
     return out;
 }
@@ -103,9 +105,9 @@ Tube parseTube(const nlohmann::json& value, const TubeShapeLibrary& library) {
     }
     if (const auto it = value.find("twist"); it != value.end()) tube.twist = readList(*it, "twist");
     if (const auto it = value.find("scaleWidth"); it != value.end()) {
-        if (!it->is_number() || !(it->get<double>() >= 0.0) || !std::isfinite(it->get<double>()))
-            throw std::invalid_argument("tube scaleWidth: a number, 0 or more");
-        tube.scaleWidth = it->get<float>();
+        const std::optional<float> f = finiteFloat(*it);
+        if (!f || !(*f >= 0.0f)) throw std::invalid_argument("tube scaleWidth: a number, 0 or more");
+        tube.scaleWidth = *f;
     }
     if (const auto it = value.find("samples"); it != value.end())
         if (!readCount(*it, 2, 1024, tube.samples)) throw std::invalid_argument("tube samples: 2 to 1024");

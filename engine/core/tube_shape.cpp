@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/float_text.h"
+#include "core/json_numbers.h"
 #include "core/hash.h"
 
 namespace tressora {
@@ -244,11 +245,14 @@ CustomTubeShape tubeShapeFromJson(const nlohmann::json& value) {
     checkTubeShapeName(shape.name);
     const auto points = value.find("points");
     if (points == value.end() || !points->is_array()) throw shapeError(shape.name, ": at least 3 points, apart");
-    for (const auto& v : *points)
-        if (!v.is_number()) throw shapeError(shape.name, ": points must be numbers");
-    if (points->size() % 2 != 0) throw shapeError(shape.name, ": points come in x, y pairs");
-    for (std::size_t i = 0; i + 1 < points->size(); i += 2)
-        shape.points.push_back({(*points)[i].get<float>(), (*points)[i + 1].get<float>()});
+    std::vector<float> coordinates;
+    for (const auto& v : *points) {
+        const std::optional<float> f = finiteFloat(v);
+        if (!f) throw shapeError(shape.name, ": points must be numbers");
+        coordinates.push_back(*f);
+    }
+    if (coordinates.size() % 2 != 0) throw shapeError(shape.name, ": points come in x, y pairs");
+    for (std::size_t i = 0; i + 1 < coordinates.size(); i += 2) shape.points.push_back({coordinates[i], coordinates[i + 1]});
     if (const auto s = value.find("smooth"); s != value.end()) {
         if (!s->is_boolean()) throw shapeError(shape.name, ": smooth is true or false");
         shape.smooth = s->get<bool>();
@@ -256,8 +260,9 @@ CustomTubeShape tubeShapeFromJson(const nlohmann::json& value) {
     for (const char* key : {"width", "height"}) {
         const auto v = value.find(key);
         if (v == value.end()) continue;
-        if (!v->is_number()) throw shapeError(shape.name, ": width and height must be above 0");
-        (std::string(key) == "width" ? shape.width : shape.height) = v->get<float>();
+        const std::optional<float> f = finiteFloat(*v);
+        if (!f) throw shapeError(shape.name, ": width and height must be above 0");
+        (std::string(key) == "width" ? shape.width : shape.height) = *f;
     }
     checkTubeShapeOutline(shape);
     return shape;

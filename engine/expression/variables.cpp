@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/errors.h"
+#include "core/json_numbers.h"
 #include "expression/expression.h"
 
 namespace tressora {
@@ -33,12 +34,12 @@ std::vector<ExpressionVariable> expressionVariablesFromJson(const nlohmann::json
         }
         ExpressionVariable v;
         v.name = name;
-        if (item.is_number()) {
-            v.value.x = item.get<float>();
+        if (finiteFloat(item)) {
+            v.value.x = *finiteFloat(item);
         } else if (item.is_array() && item.size() == 3 &&
-                   std::all_of(item.begin(), item.end(), [](const nlohmann::json& c) { return c.is_number(); })) {
+                   std::all_of(item.begin(), item.end(), [](const nlohmann::json& c) { return finiteFloat(c).has_value(); })) {
             v.isVector = true;
-            v.value = {item[0].get<float>(), item[1].get<float>(), item[2].get<float>()};
+            v.value = {*finiteFloat(item[0]), *finiteFloat(item[1]), *finiteFloat(item[2])};
         } else {
             throw ExpressionError(key + " is neither a number nor a vector of three");
         }

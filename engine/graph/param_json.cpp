@@ -5,6 +5,7 @@
 
 #include "core/errors.h"
 #include "core/json_depth.h"
+#include "core/json_numbers.h"
 
 namespace tressora {
 
@@ -44,7 +45,7 @@ std::optional<Ramp> readRamp(const json& j) {
 }
 
 bool isVec3(const json& j) {
-    return j.is_array() && j.size() == 3 && j[0].is_number() && j[1].is_number() && j[2].is_number();
+    return j.is_array() && j.size() == 3 && finiteFloat(j[0]) && finiteFloat(j[1]) && finiteFloat(j[2]);
 }
 
 [[noreturn]] void rampError(const std::string& name) {
@@ -156,7 +157,7 @@ ParamValue paramFromJson(const json& j, const ParamSpec* spec, const std::string
             if (auto ramp = readRamp(j)) return *ramp;
             rampError(name);
         }
-        if (isVec3(j)) return Vec3f(j[0].get<float>(), j[1].get<float>(), j[2].get<float>());
+        if (isVec3(j)) return Vec3f(*finiteFloat(j[0]), *finiteFloat(j[1]), *finiteFloat(j[2]));
     }
     if (j.is_object()) {
         if (j.contains("keys")) {

@@ -6,6 +6,7 @@
 #include "core/document_version.h"
 #include "core/errors.h"
 #include "core/json_depth.h"
+#include "core/json_numbers.h"
 #include "groom/groom_file.h"
 #include "groom/groom_files.h"
 #include "groom/mesh_json.h"
@@ -118,7 +119,9 @@ std::vector<FlatGuide> flatGuides(const json& value) {
     for (const json& g : value) {
         if (!g.is_object()) fail("'guides' must be an array of guide objects");
         FlatGuide guide;
-        guide.id = g.at("id").get<std::uint64_t>();
+        const std::optional<std::uint64_t> id = wholeNumber(g.at("id"));
+        if (!id) fail("'guides.id' must be a whole number");
+        guide.id = *id;
         const std::vector<Vec3f> root = readPoints(g.at("root"), "guides.root");
         if (root.size() != 1) fail("'guides.root' must be one 3-tuple");
         guide.root = root[0];

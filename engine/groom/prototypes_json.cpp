@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/errors.h"
+#include "core/json_numbers.h"
 #include "core/instances.h"
 
 namespace tressora {
@@ -42,10 +43,10 @@ std::shared_ptr<const InstancePrototype> storedPrototype(const json& prototypes,
     prototype->triangles = readUnsignedTriangles(it->at("triangles"), "prototypes", std::numeric_limits<std::size_t>::max());
     if (const auto uvs = it->find("uvs"); uvs != it->end())
         for (const auto& uv : readPairs(*uvs, "prototypes.uvs")) prototype->uvs.push_back({uv[0], uv[1]});
-    if (const auto length = it->find("plateLength"); length != it->end() && length->is_number())
-        prototype->plateLength = length->get<float>();
-    if (const auto height = it->find("plateHeight"); height != it->end() && height->is_number())
-        prototype->plateHeight = height->get<float>();
+    if (const auto length = it->find("plateLength"); length != it->end())
+        if (const std::optional<float> f = finiteFloat(*length)) prototype->plateLength = *f;
+    if (const auto height = it->find("plateHeight"); height != it->end())
+        if (const std::optional<float> f = finiteFloat(*height)) prototype->plateHeight = *f;
     return prototype;
 }
 

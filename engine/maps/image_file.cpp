@@ -1,10 +1,12 @@
 #include "maps/image_file.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <string>
 #include <system_error>
 
 #include "core/errors.h"
@@ -29,6 +31,10 @@
 
 namespace tressora {
 namespace {
+
+/// The most values (pixels times channels) an image may decode to: 256M floats, 1 GiB, so a
+/// 16k x 16k grey mask or an 8k x 8k RGBA texture still reads.
+constexpr std::uint64_t kMaxImageValues = std::uint64_t{1} << 28;
 
 [[noreturn]] void fail(const std::string& path, const std::string& reason) {
     throw TextureError("cannot read '" + path + "': " + reason);
@@ -60,6 +66,16 @@ ImageData decodeImage(std::span<const unsigned char> bytes, const std::string& p
         fail(path, "the file is too large to decode (2 GB at most)");
     const auto* data = bytes.data();
     const int size = static_cast<int>(bytes.size());
+
+    // An image's header can claim more pixels than any texture needs from a file of a few
+    // bytes; such an image is refused before the decoder allocates for it.
+    int claimedWidth = 0, claimedHeight = 0, claimedChannels = 0;
+    if (stbi_info_from_memory(data, size, &claimedWidth, &claimedHeight, &claimedChannels) &&
+        static_cast<std::uint64_t>(claimedWidth) * static_cast<std::uint64_t>(claimedHeight) *
+                static_cast<std::uint64_t>(std::max(claimedChannels, 1)) > kMaxImageValues)
+        fail(path, "the image is too large to decode (" + std::to_string(claimedWidth) + " x " +
+                       std::to_string(claimedHeight) + " pixels; at most " + std::to_string(kMaxImageValues >> 20) +
+                       "M values)");
 
     ImageData image;
     void* pixels = nullptr;

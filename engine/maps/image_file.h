@@ -24,7 +24,8 @@ std::filesystem::path pathFromUtf8(const std::string& text);
 /// Decodes an image held in memory; `path` names it in messages. 8-bit and 16-bit data map
 /// onto 0-1 as stored, with no colour curve (a mask painted at half grey reads 0.5); HDR data
 /// keeps its floats. Throws TextureError "cannot read '<path>': <reason>", where the reason is
-/// the decoder's ("Image not of any known type, or corrupt", ...) or "empty image".
+/// the decoder's ("Image not of any known type, or corrupt", ...), "empty image", or "the image
+/// is too large to decode (<w> x <h> pixels; at most 256M values)" for more values than that.
 ImageData decodeImage(std::span<const unsigned char> bytes, const std::string& path);
 
 /// Reads and decodes the file at a UTF-8 path. Throws TextureError "cannot read '<path>': "

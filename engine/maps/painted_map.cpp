@@ -1,6 +1,7 @@
 #include "maps/painted_map.h"
 
 #include "core/errors.h"
+#include "core/json_numbers.h"
 #include "core/float_text.h"
 #include "core/hash.h"
 #include "core/scalp_mesh.h"
@@ -48,8 +49,9 @@ void readVertexValues(const json& value, const std::string& where, PaintedMap& m
         fail("'" + path + "' must be an array of " + std::to_string(k) + "-tuples");
     map.values.reserve(it->size());
     for (const json& number : *it) {
-        if (!number.is_number()) fail("'" + path + "' must hold numbers");
-        map.values.push_back(number.get<float>());
+        const std::optional<float> f = finiteFloat(number);
+        if (!f) fail("'" + path + "' must hold numbers");
+        map.values.push_back(*f);
     }
     const std::uint64_t points = map.values.size() / k;
     if (const auto count = value.find("vertexCount"); count != value.end()) {

@@ -13,6 +13,8 @@
 #include "../groom/sample_groom.h"
 #include "core/errors.h"
 #include "core/guide_hierarchy.h"
+#include "groom/groom_file.h"
+#include "maps/image_file.h"
 #include "support/run_program.h"
 
 namespace tressora::cli {
@@ -209,6 +211,35 @@ TEST_F(Hostile, AnInterruptedExportLeavesTheOldTargetAndNoTemporaryFiles) {
                 EXPECT_EQ(entry.path().string().find(out + "."), std::string::npos) << entry.path();
         }
     }
+}
+
+// Inputs the fuzz targets found, each once a crash or a silent infinity.
+TEST(HostileReaders, NumbersBeyondTheirTypeAndImagesBeyondMemoryAreRefused) {
+    const auto errorOf = [](const std::function<void()>& read) -> std::string {
+        try {
+            read();
+        } catch (const std::exception& e) {
+            return e.what();
+        }
+        return "(read)";
+    };
+    // A float beyond single precision: read as infinity, then written as null.
+    EXPECT_EQ(errorOf([] {
+                  GuideHierarchy::fromJson(R"({"groups":[{"id":1,"name":"main","parent":0}],"guides":[{"id":1,"group":1,)"
+                                           R"("points":[0,0,0,0,1,0],"root":[0,0.25,0.25],"tube":{"aspect":[7e75]}}]})");
+              }),
+              "invalid guide data: guides[0].tube.aspect[0]: a number");
+    // A guide id that is no whole number: the conversion was undefined.
+    EXPECT_EQ(errorOf([] {
+                  groomFromText(R"({"format":"tressora.groom","version":1,"guides":[{"id":2.2e97,"root":[0,0,0],"points":[0,0,0]}]})");
+              }),
+              "groom file: 'guides.id' must be a whole number");
+    // A bitmap header claiming 60000 x 60000 pixels from 60 bytes.
+    std::vector<unsigned char> bmp = {'B', 'M', 62, 0, 0, 0, 0, 0, 0, 0, 54, 0, 0, 0, 40, 0, 0, 0, 0x60, 0xEA, 0, 0,
+                                      0x60, 0xEA, 0, 0, 1, 0, 24, 0, 0, 0, 0, 0, 8, 0, 0, 0};
+    bmp.resize(62, 0);
+    EXPECT_EQ(errorOf([&] { decodeImage(bmp, "huge.bmp"); }),
+              "cannot read 'huge.bmp': the image is too large to decode (60000 x 60000 pixels; at most 256M values)");
 }
 
 #if !defined(__SANITIZE_ADDRESS__)
