@@ -117,7 +117,8 @@ std::vector<std::uint32_t> pickInTube(const std::vector<std::uint32_t>& members,
     std::sort(ranked.begin(), ranked.end());
     std::vector<std::uint32_t> out;
     const float limit = spacing * spacing;
-    for (const auto& [key, m] : ranked) {
+    for (const auto& entry : ranked) {
+        const std::uint32_t m = entry.second;
         const bool clear = std::none_of(out.begin(), out.end(),
                                         [&](std::uint32_t c) { return lengthSquared(roots[c] - roots[m]) < limit; });
         if (clear) out.push_back(m);
