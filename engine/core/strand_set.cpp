@@ -150,6 +150,11 @@ std::span<Vec3f> StrandSet::mutablePoints() {
     return points_.writable(mutex_).span();
 }
 
+std::span<Vec3f> StrandSet::overwrittenPoints() {
+    dropCaches();
+    return points_.overwrite(points_.size(), mutex_);
+}
+
 std::span<float> StrandSet::mutableWidths() {
     dropCaches();
     return widths_.writable(mutex_).span();

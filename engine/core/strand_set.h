@@ -129,6 +129,9 @@ public:
     /// Offsets may be rewritten together with resizePoints; validate() checks the result.
     std::span<std::uint64_t> mutableOffsets();
     std::span<Vec3f> mutablePoints();
+    /// The points for a node that writes every one of them: writable like mutablePoints, but
+    /// a shared array is not copied first, so the values are unspecified until written.
+    std::span<Vec3f> overwrittenPoints();
     std::span<float> mutableWidths();
     /// The values of an existing channel; throws std::invalid_argument naming the channel when absent.
     std::span<float> mutableStrandChannel(std::string_view name);

@@ -133,9 +133,10 @@ Ramp rampParam(const ParamSet& params, const std::string& name, const Ramp& fall
 
 RampTable::RampTable(const Ramp& ramp) {
     for (int i = 0; i <= kSteps; ++i) samples_[i] = static_cast<float>(evaluateRamp(ramp, double(i) / kSteps));
+    constant_ = std::all_of(samples_, samples_ + kSteps + 1, [&](float v) { return v == samples_[0]; });
 }
 
-float RampTable::operator()(float x) const {
+float RampTable::lookUp(float x) const {
     if (!(x > 0.0f)) return samples_[0];
     if (x >= 1.0f) return samples_[kSteps];
     const float at = x * kSteps;

@@ -118,11 +118,15 @@ Ramp rampParam(const ParamSet& params, const std::string& name, const Ramp& fall
 class RampTable {
 public:
     explicit RampTable(const Ramp& ramp);
-    float operator()(float x) const;
+    float operator()(float x) const { return constant_ ? samples_[0] : lookUp(x); }
+    /// True when the ramp has one value everywhere: hot loops may read it once.
+    bool constant() const { return constant_; }
 
 private:
+    float lookUp(float x) const;
     static constexpr int kSteps = 256;
     float samples_[kSteps + 1];
+    bool constant_ = false;
 };
 
 /// Linear interpolation and clamping for colour arithmetic.

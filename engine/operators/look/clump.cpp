@@ -483,16 +483,20 @@ private:
         const bool volume = volumize.mapped() || volumize.constant() != 0.0f;
         const std::span<const Vec3f> source = in.points();
         const std::span<const std::uint64_t> ids = in.ids();
-        const std::span<Vec3f> points = out.mutablePoints();
+        // Every point is written below, so the input's points are not copied first.
+        const std::span<Vec3f> points = out.overwrittenPoints();
 
         parallelRange(0, in.strandCount(), kGrain, [&](std::size_t lo, std::size_t hi) {
             std::vector<float> along;
             for (std::size_t i = lo; i < hi; ++i) {
                 const std::uint32_t c = plan.clumpOf[i];
-                // A center strand is its clump's axis and stays as it is.
-                if (c == CenterPlan::kNone || (curves.points.empty() && plan.axis[c] == i)) continue;
                 const PointRange r = in.pointRange(i);
-                if (r.size() == 0) continue;
+                // A center strand is its clump's axis and stays as it is.
+                if (c == CenterPlan::kNone || (curves.points.empty() && plan.axis[c] == i) || r.size() == 0) {
+                    std::copy(source.begin() + std::ptrdiff_t(r.begin), source.begin() + std::ptrdiff_t(r.end),
+                              points.begin() + std::ptrdiff_t(r.begin));
+                    continue;
+                }
                 const Axis& axis = axes[c];
                 along.assign(r.size(), 0.0f);
                 for (std::size_t k = 1; k < r.size(); ++k)
@@ -506,7 +510,10 @@ private:
                     float amount = strength.point(in, i, pt, t) * profile(t) * axis.strength;
                     amount = std::clamp(amount, -1.0f, 1.0f);
                     float grow = volume ? volumize.point(in, i, pt, t) * volumizeProfile(t) : 0.0f;
-                    if (amount == 0.0f && grow == 0.0f) continue;
+                    if (amount == 0.0f && grow == 0.0f) {
+                        points[pt] = source[pt];
+                        continue;
+                    }
                     Vec3f a, tangent;
                     cursor.at(along[k], a, tangent);
                     const Vec3f p0 = source[pt];

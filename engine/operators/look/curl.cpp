@@ -65,6 +65,25 @@ float smoothNoise(std::uint64_t key, float x) {
     return at(base) + (at(base + 1.0f) - at(base)) * e;
 }
 
+/// Sine and cosine of an angle in radians, within a few units in the 7th decimal: the angle
+/// taken to within an eighth of a turn of a whole quarter turn, then short series. Several
+/// times faster than the library's, which matters at a sine and a cosine a point.
+void sinCos(float angle, float& s, float& c) {
+    constexpr float kQuarters = 2.0f / std::numbers::pi_v<float>;
+    constexpr float kQuarterHigh = 1.5707963705062866f, kQuarterLow = -4.371139000186243e-08f;
+    const float q = std::floor(angle * kQuarters + 0.5f);
+    const float r = (angle - q * kQuarterHigh) - q * kQuarterLow;
+    const float r2 = r * r;
+    const float sr = r + r * r2 * (-1.0f / 6.0f + r2 * (1.0f / 120.0f + r2 * (-1.0f / 5040.0f)));
+    const float cr = 1.0f + r2 * (-0.5f + r2 * (1.0f / 24.0f + r2 * (-1.0f / 720.0f + r2 * (1.0f / 40320.0f))));
+    switch (static_cast<int>(static_cast<std::int64_t>(q) & 3)) {
+        case 0: s = sr; c = cr; break;
+        case 1: s = cr; c = -sr; break;
+        case 2: s = -sr; c = -cr; break;
+        default: s = -cr; c = sr; break;
+    }
+}
+
 Vec3f anyPerpendicular(Vec3f t) {
     const Vec3f other = std::abs(t.x) < 0.9f ? Vec3f{1, 0, 0} : Vec3f{0, 1, 0};
     return normalized(cross(t, other));
@@ -284,19 +303,22 @@ private:
 
     /// The curl itself, point by point, on strands that have the points it needs.
     void wind(const EvalContext& context, const CurlSettings& s, const RampTable& frequencyProfile, StrandSet& set) const {
-        const StrandSet before = set;  // shares the arrays; the points are copied on write below
+        const StrandSet before = set;  // shares the arrays: the points read while new ones are written
         const MappedFloat radius("radius", paramValues, context, before);
         const RampTable profile(rampParam(paramValues, "profile", flat()));
         const float scale = static_cast<float>(context.scale);
         const std::span<const Vec3f> source = before.points();
         const std::span<const float> widths = before.widths();
         const std::span<const std::uint64_t> ids = before.ids();
-        const std::span<Vec3f> points = set.mutablePoints();
+        // Every point is written below, so the points coming in are not copied first.
+        const std::span<Vec3f> points = set.overwrittenPoints();
         parallelRange(0, before.strandCount(), kGrain, [&](std::size_t lo, std::size_t hi) {
             std::vector<float> along, angle, stretch;
             for (std::size_t i = lo; i < hi; ++i) {
                 const PointRange r = before.pointRange(i);
                 const std::size_t n = r.size();
+                std::copy(source.begin() + std::ptrdiff_t(r.begin), source.begin() + std::ptrdiff_t(r.end),
+                          points.begin() + std::ptrdiff_t(r.begin));
                 if (n < 2) continue;
                 const StrandDraws d = drawsFor(s, ids[i], i);
                 along.assign(n, 0.0f);
@@ -356,14 +378,15 @@ private:
                         const float pitch = 1.0f / f, turn = std::hypot(kTwoPi * size, pitch);
                         size = std::sqrt(std::max(0.0f, turn * turn - pitch * stretch[k] * pitch * stretch[k])) / kTwoPi;
                     }
-                    const float theta = start + angle[k];
+                    float sine = 0.0f, cosine = 1.0f;
+                    sinCos(start + angle[k], sine, cosine);
                     Vec3f offset;
                     switch (s.shape) {
-                        case Shape::Wave: offset = normal * (size * std::sin(theta)); break;
+                        case Shape::Wave: offset = normal * (size * sine); break;
                         case Shape::Zigzag:
-                            offset = normal * (size * (2.0f / std::numbers::pi_v<float>) * std::asin(std::sin(theta)));
+                            offset = normal * (size * (2.0f / std::numbers::pi_v<float>) * std::asin(std::clamp(sine, -1.0f, 1.0f)));
                             break;
-                        default: offset = (normal * std::cos(theta) + binormal * std::sin(theta)) * size; break;
+                        default: offset = (normal * cosine + binormal * sine) * size; break;
                     }
                     // Round the strand's own line; the ease keeps the root where it is.
                     points[pt] = source[pt] + offset;
