@@ -1,6 +1,7 @@
 #include "cli/commands.h"
 
 #include "cli/abc_info_command.h"
+#include "cli/bake_scales_command.h"
 #include "cli/eval_command.h"
 #include "cli/hash_command.h"
 #include "cli/info_command.h"
@@ -14,6 +15,7 @@ const CommandTable& builtinCommands() {
         t.abcInfo = abcInfoCommand;
         t.hash = hashCommand;
         t.eval = evalCommand;
+        t.bakeScales = bakeScalesCommand;
         return t;
     }();
     return table;

@@ -48,12 +48,6 @@ std::shared_ptr<const GuideSet> currentGuides(const GroomSession& session) {
     return nullptr;
 }
 
-/// The prototypes stored in the scene, by name.
-PrototypeLookup scenePrototypes(const GroomScene& scene) {
-    if (!scene.prototypes.is_object()) return {};
-    return [&scene](std::string_view name) { return storedPrototype(scene.prototypes, name); };
-}
-
 /// A frame as users write it: up to ten significant digits, so 1 + 3 * 0.1 reads 1.3.
 std::string frameText(double frame) {
     std::ostringstream text;
@@ -91,7 +85,7 @@ ExportResult exportFrames(GroomSession& session, const ExportRequest& request) {
     checkRequest(request);
     const ScaleOutput scales = scaleOutputOf(request.scales);
     const GroomScene& scene = session.scene();
-    const PrototypeLookup prototypes = scenePrototypes(scene);
+    const PrototypeLookup prototypes = storedPrototypes(scene.prototypes);
 
     FrameWriterSetup setup;
     setup.path = request.output;

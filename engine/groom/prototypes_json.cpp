@@ -34,6 +34,11 @@ void checkPrototypes(const json& prototypes) {
     }
 }
 
+PrototypeLookup storedPrototypes(const json& prototypes) {
+    if (!prototypes.is_object()) return {};
+    return [&prototypes](std::string_view name) { return storedPrototype(prototypes, name); };
+}
+
 std::shared_ptr<const InstancePrototype> storedPrototype(const json& prototypes, std::string_view name) {
     if (!prototypes.is_object()) return nullptr;
     const auto it = prototypes.find(std::string(name));

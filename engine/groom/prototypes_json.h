@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/instances.h"
 #include "groom/number_arrays.h"
 
 namespace tressora {
@@ -22,6 +23,10 @@ void checkPrototypes(const nlohmann::json& prototypes);
 
 /// The stored prototype of that name in a checked `prototypes` section, or null.
 std::shared_ptr<const InstancePrototype> storedPrototype(const nlohmann::json& prototypes, std::string_view name);
+
+/// A lookup of the prototypes stored in a section (kept alive by the caller); empty when the
+/// section is no object.
+PrototypeLookup storedPrototypes(const nlohmann::json& prototypes);
 
 /// The `prototypes` section's tree with its float arrays spliced.
 nlohmann::ordered_json prototypesJson(const nlohmann::json& prototypes, ArraySplice& splice);
