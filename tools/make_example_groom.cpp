@@ -153,7 +153,7 @@ nlohmann::json exampleGraph() {
     nlohmann::json& nodes = graph["nodes"];
     nodes.push_back({{"name", "clump"},
                      {"type", "Clump"},
-                     {"params", {{"count", 90}, {"strength", 0.85}, {"lockRadius", 0.15}, {"flatness", 0.3}}}});
+                     {"params", {{"count", 140}, {"strength", 0.6}, {"lockRadius", 0.3}, {"flatness", 0.2}}}});
     nodes.push_back({{"name", "curl"},
                      {"type", "Curl"},
                      {"params", {{"shape", "wave"}, {"radius", 0.35}, {"frequency", 0.18}, {"coherence", "clump"}}}});
