@@ -163,6 +163,33 @@ inline void cornerHashes(std::int64_t ix, std::int64_t iy, std::int64_t iz, std:
 
 }  // namespace
 
+void perlinLineTerms(std::int64_t first, std::size_t count, float y, float z, std::uint64_t seed, int width, float* a,
+                     float* b) {
+    const Axis ay = axisOf(y), az = axisOf(z);
+    const float v = fade(ay.fraction), w = fade(az.fraction);
+    // The weight and offset of each of the four (y, z) corners around the line.
+    const float weight[4] = {(1.0f - v) * (1.0f - w), v * (1.0f - w), (1.0f - v) * w, v * w};
+    const float dy[2] = {ay.fraction, ay.fraction - 1.0f}, dz[2] = {az.fraction, az.fraction - 1.0f};
+    const std::uint64_t y0 = static_cast<std::uint64_t>(ay.cell) * kAxisY, z0 = static_cast<std::uint64_t>(az.cell) * kAxisZ;
+    const std::uint64_t yz[4] = {y0 ^ (z0 ^ seed), (y0 + kAxisY) ^ (z0 ^ seed), y0 ^ ((z0 + kAxisZ) ^ seed),
+                                 (y0 + kAxisY) ^ ((z0 + kAxisZ) ^ seed)};
+    for (std::size_t n = 0; n < count; ++n) {
+        const std::uint64_t x = static_cast<std::uint64_t>(first + static_cast<std::int64_t>(n)) * kAxisX;
+        std::uint64_t h[4];
+        for (int c = 0; c < 4; ++c) h[c] = finishCorner(x ^ yz[c]);
+        for (int k = 0; k < width; ++k) {
+            float slope = 0.0f, rest = 0.0f;
+            for (int c = 0; c < 4; ++c) {
+                const float* g = kGradients[static_cast<unsigned>((h[c] >> (16 * k)) & 0xFFFFu) % 12u];
+                slope += weight[c] * g[0];
+                rest += weight[c] * (g[1] * dy[c & 1] + g[2] * dz[c >> 1]);
+            }
+            a[n * static_cast<std::size_t>(width) + static_cast<std::size_t>(k)] = slope;
+            b[n * static_cast<std::size_t>(width) + static_cast<std::size_t>(k)] = rest;
+        }
+    }
+}
+
 void perlin3(const float* p, std::uint64_t seed, int width, float* out) {
     std::uint64_t hashes[8];
 #ifdef TRESSORA_NOISE_SSE

@@ -24,6 +24,30 @@ void perlin3(const float* p, std::uint64_t seed, int width, float* out);
 /// out[i] is bit for bit what perlin3 gives for that point. Points are run four at a time.
 void perlin3Points(const float* x, const float* y, const float* z, std::size_t count, std::uint64_t seed,
                    float* out);
+/// perlin3 along a line parallel to x at a fixed (y, z): the terms of the lattice nodes
+/// x = first, first + 1, ..., first + count - 1, `width` components each, so that a point of
+/// the line costs a fade and two terms (perlinLineAt) instead of eight corner hashes. a gets
+/// each node's slope along x and b the rest, both already blended over y and z. Equal to
+/// perlin3 at the same point up to rounding: the blend is summed node by node instead of
+/// x first. y and z are taken as they are (finite ones; others read as 0).
+void perlinLineTerms(std::int64_t first, std::size_t count, float y, float z, std::uint64_t seed, int width, float* a,
+                     float* b);
+
+/// The noise at x from the terms of perlinLineTerms, whose nodes must cover floor(x) and the
+/// node after it: out[k] for k below `width`.
+inline void perlinLineAt(float x, std::int64_t first, int width, const float* a, const float* b, float* out) {
+    const float floorX = static_cast<float>(latticeFloor(x));
+    const float fx = x - floorX;
+    const std::size_t node = static_cast<std::size_t>(static_cast<std::int64_t>(floorX) - first);
+    const float u = fx * fx * fx * (fx * (6.0f * fx - 15.0f) + 10.0f);
+    for (int k = 0; k < width; ++k) {
+        const std::size_t i = node * static_cast<std::size_t>(width) + static_cast<std::size_t>(k);
+        const std::size_t j = i + static_cast<std::size_t>(width);
+        const float near = fx * a[i] + b[i], far = (fx - 1.0f) * a[j] + b[j];
+        out[k] = near + (far - near) * u;
+    }
+}
+
 /// As perlin3 with a fourth lattice axis w (sixteen corners, a fourth fade).
 void perlin4(const float* p, float w, std::uint64_t seed, int width, float* out);
 /// As perlin3 with corner coordinates wrapped by a period per axis (its whole number,

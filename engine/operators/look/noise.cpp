@@ -116,8 +116,10 @@ private:
         const std::span<Vec3f> points = out.mutablePoints();
         std::atomic<int> finestSegments{INT_MAX};
 
+        const bool lines = noise.readsLines();
         parallelRange(0, in.strandCount(), 256, [&](std::size_t lo, std::size_t hi) {
             std::vector<float> shares;
+            NoiseDisplacement::Lines strandLines;
             for (std::size_t i = lo; i < hi; ++i) {
                 const std::uint64_t key = strandKey(ids[i], seed);
                 if (unitDraw(key, kFractionDraw) >= fraction.strand(in, i)) continue;
@@ -139,12 +141,14 @@ private:
                 }
                 const NoiseDisplacement::Strand sample = noise.strand(key, spacing);
                 if (sample.weights[0] <= 0.0f) continue;  // faded out entirely
+                if (lines) noise.prepare(sample, strandLines);
                 for (std::size_t k = 0; k < count; ++k) {
                     const std::size_t pt = range.begin + k;
                     const float along = profile(shares[k]);
                     const float size = amplitude.point(in, i, pt, pointParameter(in, i, pt)) * along;
                     if (size == 0.0f) continue;
-                    points[pt] = rest[pt] + noise.at(sample, shares[k], rest[pt]) * size;
+                    const Vec3f value = lines ? noise.at(sample, strandLines, shares[k]) : noise.at(sample, shares[k], rest[pt]);
+                    points[pt] = rest[pt] + value * size;
                 }
             }
         });

@@ -91,6 +91,35 @@ NoiseDisplacement::Strand NoiseDisplacement::strand(std::uint64_t key, float spa
     return out;
 }
 
+void NoiseDisplacement::prepare(const Strand& strand, Lines& lines) const {
+    for (int j = 0; j < settings_.octaves; ++j) {
+        if (strand.weights[j] <= 0.0f) break;
+        const float scale = settings_.frequency * std::ldexp(1.0f, j);
+        // The line runs from share 0 to share 1, as octave() places the points.
+        const float from = 0.0f * scale + strand.origin.x, to = 1.0f * scale + strand.origin.x;
+        const std::int64_t first = exprlib::latticeFloor(std::min(from, to));
+        const std::size_t count = static_cast<std::size_t>(exprlib::latticeFloor(std::max(from, to)) - first) + 2;
+        lines.first[j] = first;
+        lines.slope[j].resize(count * 3);
+        lines.rest[j].resize(count * 3);
+        exprlib::perlinLineTerms(first, count, strand.origin.y, strand.origin.z, seeds_[j], 3, lines.slope[j].data(),
+                                 lines.rest[j].data());
+    }
+}
+
+Vec3f NoiseDisplacement::at(const Strand& strand, const Lines& lines, float share) const {
+    Vec3f sum;
+    for (int j = 0; j < settings_.octaves; ++j) {
+        if (strand.weights[j] <= 0.0f) break;
+        const float scale = settings_.frequency * std::ldexp(1.0f, j);
+        Vec3f value;
+        exprlib::perlinLineAt(share * scale + strand.origin.x, lines.first[j], 3, lines.slope[j].data(),
+                              lines.rest[j].data(), &value.x);
+        sum += value * strand.weights[j];
+    }
+    return sum;
+}
+
 Vec3f NoiseDisplacement::at(const Strand& strand, float share, Vec3f position) const {
     Vec3f sum;
     for (int j = 0; j < settings_.octaves; ++j) {

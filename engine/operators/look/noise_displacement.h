@@ -6,6 +6,7 @@
 // out, since the points could not draw them. Immutable; any thread.
 
 #include <cstdint>
+#include <vector>
 
 #include "core/vec.h"
 
@@ -44,6 +45,21 @@ public:
 
     /// Whether the first octave's wavelength is finer than a point spacing.
     bool finerThan(float spacing) const;
+
+    /// Smooth noise in strand space reads each octave along a line through the noise: its
+    /// lattice nodes' terms, worked out once per strand, make every point cheap. A worker
+    /// keeps one of these and fills it strand after strand.
+    struct Lines {
+        std::int64_t first[kMaxOctaves] = {};
+        std::vector<float> slope[kMaxOctaves], rest[kMaxOctaves];
+    };
+    /// Whether the settings read along lines (smooth noise in strand space).
+    bool readsLines() const { return !settings_.world && !settings_.kinky; }
+    /// Fills `lines` for a strand (readsLines only).
+    void prepare(const Strand& strand, Lines& lines) const;
+    /// The noise vector at a length share of a strand prepared in `lines`; equal to at() up to
+    /// rounding.
+    Vec3f at(const Strand& strand, const Lines& lines, float share) const;
 
 private:
     float fade(int octave, float spacing) const;
