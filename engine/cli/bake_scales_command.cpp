@@ -7,6 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "cli/number_arguments.h"
+#include "groom/groom_export.h"
 #include "groom/groom_file.h"
 #include "groom/groom_session.h"
 #include "groom/prototypes_json.h"
@@ -23,31 +25,6 @@ struct BakeOptions {
     double frame = 1.0;
     ScaleMapOptions maps;
 };
-
-/// A whole number, all of the text: the runtime's messages for text that is none.
-int toInt(const std::string& text) {
-    std::size_t used = 0;
-    int value = 0;
-    try {
-        value = std::stoi(text, &used);
-    } catch (const std::out_of_range&) {
-        throw std::out_of_range("stoi argument out of range");
-    } catch (const std::invalid_argument&) {
-        throw std::invalid_argument("invalid stoi argument");
-    }
-    if (used != text.size()) throw std::invalid_argument("invalid stoi argument");
-    return value;
-}
-
-double toDouble(const std::string& text) {
-    try {
-        return std::stod(text);
-    } catch (const std::out_of_range&) {
-        throw std::out_of_range("stod argument out of range");
-    } catch (const std::invalid_argument&) {
-        throw std::invalid_argument("invalid stod argument");
-    }
-}
 
 Vec3f toColour(const std::string& text) {
     Vec3f c;
@@ -74,14 +51,14 @@ BakeOptions parse(int argc, char** argv) {
         if (arg == "-o" || arg == "--out") {
             o.prefix = value();
         } else if (arg == "-f" || arg == "--frame") {
-            o.frame = toDouble(value());
+            o.frame = argumentDouble(value());
             if (!std::isfinite(o.frame)) throw std::invalid_argument(arg + " must be a finite number");
         } else if (arg == "--resolution") {
-            o.maps.resolution = toInt(value());
+            o.maps.resolution = argumentInt(value());
         } else if (arg == "--max-height") {
-            o.maps.maxHeight = static_cast<float>(toDouble(value()));
+            o.maps.maxHeight = static_cast<float>(argumentDouble(value()));
         } else if (arg == "--padding") {
-            o.maps.padding = toInt(value());
+            o.maps.padding = argumentInt(value());
         } else if (arg == "--background") {
             o.maps.background = toColour(value());
         } else if (!arg.empty() && arg[0] == '-') {
@@ -100,12 +77,6 @@ BakeOptions parse(int argc, char** argv) {
     return o;
 }
 
-std::string frameText(double frame) {
-    std::ostringstream text;
-    text.precision(10);
-    text << frame;
-    return text.str();
-}
 
 }  // namespace
 

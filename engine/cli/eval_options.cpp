@@ -5,33 +5,12 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "cli/number_arguments.h"
 #include "groom/export_writers.h"
 #include "groom/groom_export.h"
 
 namespace tressora::cli {
 namespace {
-
-// The standard library's conversions, with the runtime's messages worded the same on every
-// platform.
-double toDouble(const std::string& text) {
-    try {
-        return std::stod(text);
-    } catch (const std::out_of_range&) {
-        throw std::out_of_range("stod argument out of range");
-    } catch (const std::invalid_argument&) {
-        throw std::invalid_argument("invalid stod argument");
-    }
-}
-
-float toFloat(const std::string& text) {
-    try {
-        return std::stof(text);
-    } catch (const std::out_of_range&) {
-        throw std::out_of_range("stof argument out of range");
-    } catch (const std::invalid_argument&) {
-        throw std::invalid_argument("invalid stof argument");
-    }
-}
 
 /// "<frame>" or "<start>-<end>", each read by strtod, the text used up exactly. Frames are
 /// finite: "nan", "inf" and numbers beyond a double's range are no frame.
@@ -69,9 +48,9 @@ EvalOptions parseEvalOptions(int argc, char** argv) {
             const std::string text = value();
             parseFrames(text.c_str(), o);
         } else if (arg == "--step") {
-            o.step = toDouble(value());
+            o.step = argumentDouble(value());
         } else if (arg == "--density") {
-            o.density = toFloat(value());
+            o.density = argumentFloat(value());
         } else if (arg == "--timings") {
             o.timings = true;
         } else if (arg == "--stats") {

@@ -40,6 +40,12 @@ inline Vec3f normalized(Vec3f v) {
     return l > 0.0f ? v / l : Vec3f{};
 }
 
+/// A unit vector at right angles to the unit vector t (any such one, the same for the same t).
+inline Vec3f anyPerpendicular(Vec3f t) {
+    const Vec3f other = t.x < 0.9f && t.x > -0.9f ? Vec3f{1, 0, 0} : Vec3f{0, 1, 0};
+    return normalized(cross(t, other));
+}
+
 /// Where a strand grows from: a scalp triangle (-1 for none) and two barycentric
 /// coordinates on it (the third is one minus their sum).
 struct StrandRoot {

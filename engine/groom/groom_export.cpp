@@ -48,14 +48,6 @@ std::shared_ptr<const GuideSet> currentGuides(const GroomSession& session) {
     return nullptr;
 }
 
-/// A frame as users write it: up to ten significant digits, so 1 + 3 * 0.1 reads 1.3.
-std::string frameText(double frame) {
-    std::ostringstream text;
-    text.precision(10);
-    text << frame;
-    return text.str();
-}
-
 void report(std::ostream& out, double frame, std::size_t strands, GroomSession& session, const ExportRequest& r) {
     out << "frame " << frameText(frame) << ": " << strands << " strands\n";
     for (const std::string& message : session.messages()) out << "  note: " << message << '\n';
@@ -66,6 +58,13 @@ void report(std::ostream& out, double frame, std::size_t strands, GroomSession& 
 }
 
 }  // namespace
+
+std::string frameText(double frame) {
+    std::ostringstream text;
+    text.precision(10);
+    text << frame;
+    return text.str();
+}
 
 std::uint64_t exportFrameCount(double start, double end, double step) {
     return static_cast<std::uint64_t>(std::floor((end - start) / step + 0.000001)) + 1;

@@ -30,6 +30,9 @@ struct ExportResult {
     std::uint64_t strands = 0;  ///< summed over the frames
 };
 
+/// A frame as users write it: up to ten significant digits, so 1 + 3 * 0.1 reads 1.3.
+std::string frameText(double frame);
+
 /// Frames from start to end by step: floor((end - start) / step + 0.000001) + 1, the small
 /// constant keeping a range that should divide evenly from losing its last frame.
 std::uint64_t exportFrameCount(double start, double end, double step);

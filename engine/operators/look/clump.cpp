@@ -66,12 +66,6 @@ CenterCurves centerCurves(const Value& value) {
     return out;
 }
 
-/// Any unit vector at right angles to `t`.
-Vec3f anyPerpendicular(Vec3f t) {
-    const Vec3f other = std::abs(t.x) < 0.9f ? Vec3f{1, 0, 0} : Vec3f{0, 1, 0};
-    return normalized(cross(t, other));
-}
-
 /// One clump's axis for this frame: its points and the arc length at each.
 struct Axis {
     std::vector<Vec3f> points;

@@ -84,11 +84,6 @@ void sinCos(float angle, float& s, float& c) {
     }
 }
 
-Vec3f anyPerpendicular(Vec3f t) {
-    const Vec3f other = std::abs(t.x) < 0.9f ? Vec3f{1, 0, 0} : Vec3f{0, 1, 0};
-    return normalized(cross(t, other));
-}
-
 /// The params of one evaluation, read once.
 struct CurlSettings {
     Shape shape = Shape::Helix;
