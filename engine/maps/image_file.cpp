@@ -32,9 +32,6 @@
 namespace tressora {
 namespace {
 
-/// The most values (pixels times channels) an image may decode to: 256M floats, 1 GiB, so a
-/// 16k x 16k grey mask or an 8k x 8k RGBA texture still reads.
-constexpr std::uint64_t kMaxImageValues = std::uint64_t{1} << 28;
 
 [[noreturn]] void fail(const std::string& path, const std::string& reason) {
     throw TextureError("cannot read '" + path + "': " + reason);
@@ -60,7 +57,7 @@ std::filesystem::path pathFromUtf8(const std::string& text) {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
 
-ImageData decodeImage(std::span<const unsigned char> bytes, const std::string& path) {
+ImageData decodeImage(std::span<const unsigned char> bytes, const std::string& path, std::uint64_t maxValues) {
     if (bytes.empty()) fail(path, "empty image");
     if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
         fail(path, "the file is too large to decode (2 GB at most)");
@@ -72,10 +69,9 @@ ImageData decodeImage(std::span<const unsigned char> bytes, const std::string& p
     int claimedWidth = 0, claimedHeight = 0, claimedChannels = 0;
     if (stbi_info_from_memory(data, size, &claimedWidth, &claimedHeight, &claimedChannels) &&
         static_cast<std::uint64_t>(claimedWidth) * static_cast<std::uint64_t>(claimedHeight) *
-                static_cast<std::uint64_t>(std::max(claimedChannels, 1)) > kMaxImageValues)
+                static_cast<std::uint64_t>(std::max(claimedChannels, 1)) > maxValues)
         fail(path, "the image is too large to decode (" + std::to_string(claimedWidth) + " x " +
-                       std::to_string(claimedHeight) + " pixels; at most " + std::to_string(kMaxImageValues >> 20) +
-                       "M values)");
+                       std::to_string(claimedHeight) + " pixels; at most " + std::to_string(maxValues >> 20) + "M values)");
 
     ImageData image;
     void* pixels = nullptr;

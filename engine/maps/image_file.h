@@ -3,6 +3,7 @@
 // formats the decoder knows. Used by the texture cache; callable from any thread.
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <span>
 #include <string>
@@ -25,8 +26,11 @@ std::filesystem::path pathFromUtf8(const std::string& text);
 /// onto 0-1 as stored, with no colour curve (a mask painted at half grey reads 0.5); HDR data
 /// keeps its floats. Throws TextureError "cannot read '<path>': <reason>", where the reason is
 /// the decoder's ("Image not of any known type, or corrupt", ...), "empty image", or "the image
-/// is too large to decode (<w> x <h> pixels; at most 256M values)" for more values than that.
-ImageData decodeImage(std::span<const unsigned char> bytes, const std::string& path);
+/// is too large to decode (<w> x <h> pixels; at most 256M values)" for more values than that:
+/// 1 GiB of floats, so a 16k x 16k grey mask or an 8k x 8k RGBA texture still reads.
+/// `maxValues` lowers the limit (a fuzzer keeps its runs small with it).
+ImageData decodeImage(std::span<const unsigned char> bytes, const std::string& path,
+                      std::uint64_t maxValues = std::uint64_t{1} << 28);
 
 /// Reads and decodes the file at a UTF-8 path. Throws TextureError "cannot read '<path>': "
 /// followed by "file not found", "Unable to open file", a decoder reason or "empty image".
