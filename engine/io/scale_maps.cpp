@@ -147,7 +147,9 @@ ScaleMaps bakeScaleMaps(const ScaleMesh& scales, const ScalpMesh& skin, const Sc
     const float texel = uvArea > 0.0 ? static_cast<float>(std::sqrt(skin.area() / uvArea)) / static_cast<float>(size) : 1.0f;
     std::size_t coveredTexels = 0;
 
-    for (const auto& [udim, triangles] : byTile) {
+    for (const auto& tileTriangles : byTile) {
+        const int udim = tileTriangles.first;
+        const std::vector<std::size_t>& triangles = tileTriangles.second;
         const int tileU = (udim - 1001) % 10, tileV = (udim - 1001) / 10;
         Canvas canvas(size);
         parallelRange(0, static_cast<std::size_t>(size), kBand, [&](std::size_t lo, std::size_t hi) {
