@@ -9,7 +9,7 @@ packages=(
   googletest libgtest-dev libbenchmark-dev
   ccache
 )
-# clang builds the libFuzzer targets; nodejs and npm run the MCP client tests.
+# clang builds the libFuzzer targets.
 optional=(clang)
 
 missing=()
@@ -18,12 +18,21 @@ for p in "${packages[@]}" "${optional[@]}"; do
     missing+=("$p")
   fi
 done
-if [ "${#missing[@]}" -eq 0 ]; then
-  exit 0
-fi
+# node and npm run the agent server's tests through the official MCP client; a machine that
+# has them from elsewhere (npm bundled with another node) keeps those.
+command -v node >/dev/null || missing+=(nodejs)
+command -v npm >/dev/null || missing+=(npm)
 
 sudo=""
 if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
-echo "installing: ${missing[*]}"
-$sudo apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+if [ "${#missing[@]}" -gt 0 ]; then
+  echo "installing: ${missing[*]}"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# The MCP client SDK and inspector the agent server's tests drive, at the versions of the lock.
+here=$(cd "$(dirname "$0")/.." && pwd)
+if [ ! -d "$here/tests/mcp/node_modules/@modelcontextprotocol/sdk" ] && command -v npm >/dev/null; then
+  (cd "$here/tests/mcp" && npm ci --no-audit --no-fund --loglevel=error)
+fi

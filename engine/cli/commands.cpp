@@ -5,6 +5,7 @@
 #include "cli/eval_command.h"
 #include "cli/hash_command.h"
 #include "cli/info_command.h"
+#include "cli/mcp_server.h"
 
 namespace tressora::cli {
 
@@ -16,6 +17,7 @@ const CommandTable& builtinCommands() {
         t.hash = hashCommand;
         t.eval = evalCommand;
         t.bakeScales = bakeScalesCommand;
+        t.mcp = mcpCommand;
         return t;
     }();
     return table;

@@ -1,0 +1,15 @@
+// The agent server's tools in their registration order; the catalogue's come first. Tools of
+// this order that the build does not have yet are left out, and later ones keep their places.
+
+#include "cli/mcp_groom_tools.h"
+#include "cli/mcp_tools.h"
+
+namespace tressora::cli {
+
+void registerTools(McpTools& tools) {
+    registerSampleMeshTool(tools);  // after list_nodes, describe_node and list_presets
+    registerGroomTools(tools);      // new_groom, open_groom, list_grooms
+    registerUndoTool(tools);        // after the graph, guide and script tools
+}
+
+}  // namespace tressora::cli
