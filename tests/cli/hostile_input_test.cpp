@@ -240,6 +240,9 @@ TEST(HostileReaders, NumbersBeyondTheirTypeAndImagesBeyondMemoryAreRefused) {
     bmp.resize(62, 0);
     EXPECT_EQ(errorOf([&] { decodeImage(bmp, "huge.bmp"); }),
               "cannot read 'huge.bmp': the image is too large to decode (60000 x 60000 pixels; at most 256M values)");
+    // A PNG whose empty chunk made the decoder copy nothing from a null buffer (undefined).
+    const std::vector<unsigned char> emptyChunk = {137, 80, 78, 71, 13, 10, 26, 10, 0, 0, 0, 13, 73, 72, 68, 82, 0, 0, 0, 2, 0, 0, 0, 2, 8, 6, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 73, 68, 65, 84, 120, 156, 99, 248, 207, 192, 240, 31, 8, 244, 224, 127, 27, 24, 46, 32, 0, 0, 59, 73, 5, 165, 145, 253, 79, 220, 0, 0, 0, 0, 72, 68, 82, 0, 0, 0, 145, 253};
+    EXPECT_NE(errorOf([&] { decodeImage(emptyChunk, "empty.png"); }), "");
 }
 
 #if !defined(__SANITIZE_ADDRESS__)
