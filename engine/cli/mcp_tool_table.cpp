@@ -1,6 +1,7 @@
 // The agent server's tools in their registration order; the catalogue's come first. Tools of
 // this order that the build does not have yet are left out, and later ones keep their places.
 
+#include "cli/mcp_graph_tools.h"
 #include "cli/mcp_groom_tools.h"
 #include "cli/mcp_tools.h"
 
@@ -9,6 +10,7 @@ namespace tressora::cli {
 void registerTools(McpTools& tools) {
     registerSampleMeshTool(tools);  // after list_nodes, describe_node and list_presets
     registerGroomTools(tools);      // new_groom, open_groom, list_grooms
+    registerGraphTools(tools);      // after apply_preset: get_graph ... set_params
     registerUndoTool(tools);        // after the graph, guide and script tools
 }
 

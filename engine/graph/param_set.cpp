@@ -25,6 +25,12 @@ void ParamSet::setLimits(const std::string& name, Limits limits) {
     limits_ = std::move(copy);
 }
 
+ParamSet::Limits ParamSet::limits(const std::string& name) const {
+    if (!limits_) return {};
+    const auto it = limits_->find(name);
+    return it == limits_->end() ? Limits{} : it->second;
+}
+
 const ParamValue& ParamSet::get(const std::string& name) const {
     const auto it = values_.find(name);
     if (it == values_.end()) throw GraphError("unknown parameter '" + name + "'");

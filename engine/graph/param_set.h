@@ -28,6 +28,8 @@ public:
     void set(const std::string& name, ParamValue value);
     /// Places clamps on what getFloat and getInt return for this param.
     void setLimits(const std::string& name, Limits limits);
+    /// The clamps placed on a param (none when unset).
+    Limits limits(const std::string& name) const;
 
     bool has(const std::string& name) const { return values_.count(name) != 0; }
     /// The stored value; throws GraphError "unknown parameter '<name>'" when neither set nor declared.

@@ -68,7 +68,8 @@ test('the official client connects, lists the tools and calls each', async () =>
   await client.connect(transport);
   assert.equal(client.getServerVersion().name, 'tressora');
   const { tools } = await client.listTools();
-  assert.deepEqual(tools.map((t) => t.name), ['list_sample_meshes', 'new_groom', 'open_groom', 'list_grooms', 'undo']);
+  assert.deepEqual(tools.map((t) => t.name), ['list_sample_meshes', 'new_groom', 'open_groom', 'list_grooms', 'get_graph',
+    'add_node', 'remove_node', 'connect', 'disconnect', 'set_params', 'undo']);
 
   const samples = JSON.parse((await client.callTool({ name: 'list_sample_meshes', arguments: {} })).content[0].text);
   assert.deepEqual(samples.meshes.map((m) => m.name), ['buddy', 'manny', 'nika', 'wolf']);
@@ -209,4 +210,79 @@ test('hostile paths never reach outside the root', async () => {
   assert.equal(resultOf(inside).path, 'nika.groom');
   assert.equal(await server.close(), 0);
   assert.deepEqual(fs.readdirSync(outside).sort(), ['mesh.obj', 'secret.groom']);
+});
+
+test('graph edits undo back to the very text they started from', async () => {
+  const root = freshRoot();
+  const server = rawServer(root);
+  let id = 0;
+  const tool = async (name, args) => server.answer(call(++id, name, args));
+  const ok = async (name, args) => {
+    const answer = await tool(name, args);
+    assert.equal(answer.result.isError, false, `${name}: ${answer.result.content[0].text}`);
+    return resultOf(answer);
+  };
+  await ok('new_groom', { name: 'g', mesh: 'nika' });
+  const original = JSON.stringify((await ok('get_graph', { full: true })).graph);
+
+  const added = await ok('add_node', { type: 'Clump', after: 'length', params: { count: 50 } });
+  assert.equal(added.node, 'clump');
+  assert.equal(added.placed, 'after length');
+  const view = await ok('get_graph', {});
+  const clump = view.nodes.find((n) => n.name === 'clump');
+  assert.deepEqual(clump.inputs, { strands: 'length' });
+  assert.equal(view.nodes.find((n) => n.name === 'noise').inputs.strands, 'clump');
+  assert.equal(clump.params.count, 50);
+  await ok('set_params', { node: 'clump', params: { strength: 0.9, pastTip: 'extend' } });
+  await ok('set_params', { node: 'noise', params: { amplitude: { expression: '0.1 * u' } } });
+  const curl = await ok('add_node', { type: 'Curl' });
+  assert.equal(curl.placed, 'before output (the end of the chain)');
+  await ok('connect', { from: 'interpolate', to: 'noise', input: 'strands' });
+  await ok('disconnect', { to: 'noise', input: 'strands' });
+  const removed = await ok('remove_node', { node: 'width' });
+  assert.deepEqual(removed.reconnected, ['color -> resample.strands']);
+  const listed = await ok('list_grooms', {});
+  assert.equal(listed.grooms[0].undoSteps, 7);
+
+  // Refusals change nothing and add no step.
+  const refusals = [
+    ['set_params', { node: 'clump', params: { strength: 'wide' } }, "clump.strength takes a float (or a map object), not \"wide\""],
+    ['set_params', { node: 'clump', params: { count: 10, flatness: 3 } }, 'clump.flatness must be within [0, 1], not 3'],
+    ['set_params', { node: 'clump', params: { pastTip: 'fly' } }, 'clump.pastTip is one of ["gather","extend"], not "fly"'],
+    ['set_params', { node: 'clump', params: { colour: 1 } }, null],
+    ['set_params', { node: 'ghost', params: { a: 1 } }, "no node 'ghost' in the graph (get_graph lists them)"],
+    ['set_params', { node: 'clump', params: {} }, 'no params given'],
+    ['set_params', { node: 'clump', params: { count: '1'.repeat(10 * 1024 * 1024) } }, null],
+    ['connect', { from: 'resample', to: 'scatter', input: 'scalp' }, 'graph: cannot connect resample (it gives Curves) to scatter (it takes Mesh)'],
+    ['connect', { from: 'curl', to: 'color', input: 'strands' }, 'graph: connecting curl to color would create a cycle'],
+    ['connect', { from: 'length', to: 'clump', input: 'hair' }, 'graph: clump has no input hair'],
+    ['disconnect', { to: 'noise', input: 'strands' }, 'nothing feeds noise.strands'],
+    ['remove_node', { node: 'output' }, "'output' is the graph's output: it cannot be removed"],
+    ['remove_node', { node: 'ghost' }, "no node 'ghost' in the graph"],
+    ['add_node', { type: 'Teleport' }, null],
+    ['add_node', { type: 'Script' }, 'add a script node with add_script_node'],
+    ['add_node', { type: 'Curl', after: 'ghost' }, "no node 'ghost' to insert after"],
+    ['add_node', { type: 'Curl', name: 'bad name!' }, "a node's name 'bad name!' may hold only letters, digits, _, - and ."],
+    ['add_node', { type: 'Curl', params: { radius: '/etc/passwd' } }, null],
+    ['add_node', { type: 7 }, "'type' must be a string, not 7"],
+    ['add_node', {}, "missing argument 'type'"],
+    ['undo', { steps: 65 }, 'steps must be 1 to 64'],
+  ];
+  for (const [name, args, message] of refusals) {
+    const answer = await tool(name, args);
+    assert.equal(answer.result.isError, true, `${name} ${JSON.stringify(args).slice(0, 80)}`);
+    if (message) assert.equal(resultOf(answer).error, message);
+  }
+  // A mesh file that is no mesh, and one cut short.
+  fs.writeFileSync(path.join(root, 'junk.obj'), 'hello\n');
+  fs.writeFileSync(path.join(root, 'cut.abc'), fs.readFileSync(path.join(source, 'examples', 'nika.groom')).subarray(0, 100));
+  for (const mesh of ['junk.obj', 'cut.abc'])
+    assert.equal((await tool('new_groom', { name: 'x', mesh })).result.isError, true, mesh);
+  assert.equal((await ok('list_grooms', {})).grooms[0].undoSteps, 7);
+
+  const back = await ok('undo', { steps: 7 });
+  assert.deepEqual(back.undone, ['remove width', 'disconnect noise.strands', 'connect interpolate -> noise.strands',
+    'add Curl', 'set noise', 'set clump', 'add Clump']);
+  assert.equal(JSON.stringify((await ok('get_graph', { full: true })).graph), original);
+  assert.equal(await server.close(), 0);
 });
