@@ -145,6 +145,27 @@ test('every protocol fault has its code, text and id', async () => {
   assert.equal(await server.close(), 0);
 });
 
+test('every sample mesh takes a groom whose edits undo cleanly', async () => {
+  const server = rawServer(freshRoot());
+  let id = 0;
+  const ok = async (name, args) => {
+    const answer = await server.answer(call(++id, name, args));
+    assert.equal(answer.result.isError, false, `${name}: ${answer.result.content[0].text}`);
+    return resultOf(answer);
+  };
+  for (const mesh of ['buddy', 'manny', 'nika', 'wolf']) {
+    const made = await ok('new_groom', { name: mesh, mesh });
+    assert.ok(made.summary.strands > 0, mesh);
+    const original = JSON.stringify((await ok('get_graph', { groom: mesh, full: true })).graph);
+    await ok('add_node', { groom: mesh, type: 'Curl', after: 'resample' });
+    await ok('set_params', { groom: mesh, node: 'curl', params: { shape: 'wave', radius: 0.2, profile: [[0, 0], [1, 1]] } });
+    await ok('set_params', { groom: mesh, node: 'length', params: { keep: { expression: '0.5 + 0.5 * v' } } });
+    await ok('undo', { groom: mesh, steps: 3 });
+    assert.equal(JSON.stringify((await ok('get_graph', { groom: mesh, full: true })).graph), original, mesh);
+  }
+  assert.equal(await server.close(), 0);
+});
+
 test('batches, long lines, broken UTF-8, split lines and the end of input', async () => {
   const server = rawServer(freshRoot());
   const batch = await server.answer([
@@ -267,12 +288,26 @@ test('graph edits undo back to the very text they started from', async () => {
     ['add_node', { type: 7 }, "'type' must be a string, not 7"],
     ['add_node', {}, "missing argument 'type'"],
     ['undo', { steps: 65 }, 'steps must be 1 to 64'],
+    ['add_node', { type: 'Curl', before: 'ghost' }, "no node 'ghost' to insert before"],
+    ['add_node', { type: 'Length', after: 'scalp' }, "'length2' has no input that takes what 'scalp' gives (Mesh)"],
+    ['add_node', { type: 'Curl', inputs: { strands: 3 } }, 'inputs map an input name to "node" or "node.output"'],
+    ['set_params', { node: 'clump', params: { definition: 'x' } }, 'change a script node\'s script with add_script_node and "node"'],
+    ['new_groom', { name: 'g', mesh: 'nika' }, "a groom named 'g' is open already: pick another name"],
+    ['new_groom', { name: 'h', mesh: 'moon' },
+      "no sample mesh 'moon' (samples: buddy, manny, nika, wolf; or give a .obj or .abc file's path)"],
+    ['new_groom', { name: 'h', mesh: 'none.obj' }, "no mesh file 'none.obj'"],
+    ['open_groom', { path: 'nika.obj' }, 'open_groom reads .groom files'],
+    ['open_groom', { path: 'nika.groom', name: 'g' }, 'a groom named \'g\' is open already: give another "name"'],
   ];
   for (const [name, args, message] of refusals) {
     const answer = await tool(name, args);
     assert.equal(answer.result.isError, true, `${name} ${JSON.stringify(args).slice(0, 80)}`);
     if (message) assert.equal(resultOf(answer).error, message);
   }
+  fs.writeFileSync(path.join(root, 'broken.groom'), '{"format": "tressora.groom", "version": 1, "graph": 3');
+  assert.match(resultOf(await tool('open_groom', { path: 'broken.groom' })).error, /^cannot read the groom: /);
+  fs.writeFileSync(path.join(root, 'bald.groom'), '{"format": "tressora.groom", "version": 1}');
+  assert.equal(resultOf(await tool('open_groom', { path: 'bald.groom' })).error, 'the groom file has no scalp');
   // A mesh file that is no mesh, and one cut short.
   fs.writeFileSync(path.join(root, 'junk.obj'), 'hello\n');
   fs.writeFileSync(path.join(root, 'cut.abc'), fs.readFileSync(path.join(source, 'examples', 'nika.groom')).subarray(0, 100));
