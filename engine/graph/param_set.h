@@ -63,7 +63,7 @@ private:
 /// "param '<name>' takes <kind> ..." when the kinds do not fit.
 ParamValue coerce(const UniformValue& value, const ParamSpec& spec);
 
-/// A stored value (from a file or an edit) made a value of the spec's kind by the rules of
+/// A stored value (from a file or an edit) made a value of the ParamSpec's kind by the rules of
 /// coerce: numbers and bools convert, a choice must be among the choices, and a map is taken
 /// only where the param can be mapped. Throws GraphError "param '<name>' takes <kind> ...",
 /// worded as coerce words it, with "a ramp" or "a map" for values no connection carries.
