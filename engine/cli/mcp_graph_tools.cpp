@@ -190,8 +190,9 @@ ToolResult removeNode(McpTools& tools, const nlohmann::json& args) {
 
 ToolResult connectNodes(McpTools& tools, const nlohmann::json& args) {
     OpenGroom& groom = tools.findGroom(args);
-    auto [from, output] = nodeAndOutput(args.at("from").get<std::string>());
-    if (args.contains("output")) output = args["output"].get<std::string>();
+    const auto split = nodeAndOutput(args.at("from").get<std::string>());
+    const std::string from = split.first;
+    const std::string output = args.contains("output") ? args["output"].get<std::string>() : split.second;
     const std::string to = args.at("to").get<std::string>(), input = args.at("input").get<std::string>();
     const std::string source = output.empty() ? from : from + "." + output;
     const std::string text = source + " -> " + to + "." + input;
@@ -235,7 +236,9 @@ ToolResult setParams(McpTools& tools, const nlohmann::json& args) {
         nlohmann::json& node = editor.node(name);
         const std::unique_ptr<Operator> op = OperatorRegistry::instance().create(node.value("type", std::string()));
         const std::vector<ParamSpec> specs = allParams(*op);
-        for (const auto& [key, value] : params.items()) {
+        for (const auto& item : params.items()) {
+            const std::string key = item.key();
+            const nlohmann::json& value = item.value();
             if (key == "definition") throw ToolError("change a script node's script with add_script_node and \"node\"");
             const auto spec = std::find_if(specs.begin(), specs.end(), [&](const ParamSpec& s) { return s.name == key; });
             if (spec == specs.end()) {

@@ -55,12 +55,11 @@ float MappedFloat::clamp(float v) const {
     return v;
 }
 
-float MappedFloat::strand(const StrandSet& strands, std::size_t strand) const {
-    return field_ ? clamp(field_->strandValue(strands, strand)) : constant_;
+float MappedFloat::fieldStrand(const StrandSet& strands, std::size_t strand) const {
+    return clamp(field_->strandValue(strands, strand));
 }
 
-float MappedFloat::point(const StrandSet& strands, std::size_t strand, std::size_t point, float t) const {
-    if (!field_) return constant_;
+float MappedFloat::fieldPoint(const StrandSet& strands, std::size_t strand, std::size_t point, float t) const {
     return clamp(field_->perPoint() ? field_->pointValueAt(strands, strand, point, t)
                                     : field_->strandValue(strands, strand));
 }

@@ -60,8 +60,13 @@ public:
     /// Throws GraphError (from the maps) when the param's map can't be read.
     MappedFloat(const std::string& name, const ParamSet& params, const EvalContext& context, const StrandSet& strands,
                 std::optional<double> min = std::nullopt, std::optional<double> max = std::nullopt);
-    float strand(const StrandSet& strands, std::size_t strand) const;
-    float point(const StrandSet& strands, std::size_t strand, std::size_t point, float t) const;
+    // A constant is read inline: hot loops call these per point.
+    float strand(const StrandSet& strands, std::size_t strand) const {
+        return field_ ? fieldStrand(strands, strand) : constant_;
+    }
+    float point(const StrandSet& strands, std::size_t strand, std::size_t point, float t) const {
+        return field_ ? fieldPoint(strands, strand, point, t) : constant_;
+    }
     /// Whether values change along strands; false for a constant or a per-strand map.
     bool perPoint() const { return field_ && field_->perPoint(); }
     bool mapped() const { return field_ != nullptr; }
@@ -69,6 +74,8 @@ public:
 
 private:
     float clamp(float v) const;
+    float fieldStrand(const StrandSet& strands, std::size_t strand) const;
+    float fieldPoint(const StrandSet& strands, std::size_t strand, std::size_t point, float t) const;
     std::shared_ptr<const ScalarField> field_;
     float constant_ = 0.0f;
     std::optional<double> min_, max_;
