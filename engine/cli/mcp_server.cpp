@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "cli/program_folder.h"
+
 #include "cli/driver.h"
 #include "core/json_depth.h"
 
@@ -74,13 +76,6 @@ std::string wellFormedUtf8(std::string text) {
         i += length;
     }
     return changed ? out : text;
-}
-
-/// The folder of the running program.
-std::string programFolder() {
-    std::error_code error;
-    const fs::path self = fs::read_symlink("/proc/self/exe", error);
-    return error ? std::string() : self.parent_path().string();
 }
 
 }  // namespace

@@ -12,6 +12,8 @@
 #include "core/guide_set.h"
 #include "graph/graph_json.h"
 #include "io/spool_file.h"
+#include "library/node_library.h"
+#include "cli/program_folder.h"
 
 namespace tressora::cli {
 namespace fs = std::filesystem;
@@ -23,18 +25,6 @@ fs::path fromUtf8(const std::string& text) { return fs::path(std::u8string(text.
 std::string toUtf8(const fs::path& path) {
     const std::u8string text = path.u8string();
     return std::string(text.begin(), text.end());
-}
-
-/// The first candidate that is a folder, canonical; empty with none.
-std::string firstFolder(std::initializer_list<fs::path> candidates) {
-    for (const fs::path& candidate : candidates) {
-        std::error_code error;
-        if (!candidate.empty() && fs::is_directory(candidate, error)) {
-            const fs::path canonical = fs::weakly_canonical(candidate, error);
-            return toUtf8(error ? candidate : canonical);
-        }
-    }
-    return {};
 }
 
 std::string dumped(const nlohmann::json& value) {
@@ -91,12 +81,11 @@ nlohmann::json groomField() {
 double rounded(double x) { return std::round(x * 10000.0) / 10000.0; }
 
 McpTools::McpTools(std::string root, const std::string& exeFolder) : root_(std::move(root)) {
-    const fs::path exe = fromUtf8(exeFolder);
-    const fs::path source = fromUtf8(TRESSORA_RESOURCE_DIR);
-    folders_.presets = firstFolder({exe / ".." / "presets", exe / "presets", source / "presets"});
-    folders_.nodes = firstFolder({exe / ".." / "nodes", exe / "nodes", source / "nodes"});
-    folders_.meshes = firstFolder({exe / ".." / "meshes", exe / "meshes", source / "meshes"});
-    folders_.docs = firstFolder({exe / ".." / "docs" / "pages", source / "docs" / "pages"});
+    folders_.presets = resourceFolder(exeFolder, "presets");
+    folders_.nodes = resourceFolder(exeFolder, "nodes");
+    folders_.meshes = resourceFolder(exeFolder, "meshes");
+    folders_.docs = resourceFolder(exeFolder, "docs/pages");
+    registerNodeFolder(folders_.nodes);
     registerTools(*this);
 }
 

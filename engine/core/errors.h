@@ -17,7 +17,6 @@ TRESSORA_ERROR_CLASS(GraphError);       ///< node graph: ports, params, wiring, 
 TRESSORA_ERROR_CLASS(GroomFileError);   ///< reading or writing a .groom file
 TRESSORA_ERROR_CLASS(SchemaError);      ///< a JSON document's format or version
 TRESSORA_ERROR_CLASS(ExpressionError);  ///< expression compile errors, with line and column
-TRESSORA_ERROR_CLASS(ScriptError);      ///< script compile errors
 TRESSORA_ERROR_CLASS(TextureError);     ///< image files and the texture cache
 TRESSORA_ERROR_CLASS(AlembicError);     ///< Alembic archives
 TRESSORA_ERROR_CLASS(UsdError);         ///< USD text output

@@ -34,6 +34,9 @@ void Parser::checkCount(const NameToken& token, const ExpressionFunction& row, s
 }
 
 Code Parser::call(const NameToken& token, Argument* piped) {
+    if (script_) {
+        if (std::optional<Code> code = script_->call(*this, token, piped ? &piped->code : nullptr)) return std::move(*code);
+    }
     const ExpressionFunction* row = findExpressionFunction(token.name);
     if (!row) fail(token.offset, "unknown function '" + token.name + "'");
     scan_.take("(");

@@ -1,5 +1,7 @@
 #include "expression/code.h"
 
+#include "expression/environment.h"
+
 namespace tressora::exprc {
 
 bool Code::isConstant() const {
@@ -55,6 +57,45 @@ Code vectorSlotRead(std::uint8_t first) {
     for (std::uint8_t k = 0; k < 3; ++k) c.ops.push_back(instruction(ExpressionOp::PushVar, first + k));
     return c;
 }
+
+/// The change in stack height an instruction makes.
+int stackEffect(const ExpressionInstr& in) {
+    switch (in.op) {
+    case ExpressionOp::PushConst:
+    case ExpressionOp::PushVar:
+    case ExpressionOp::PushChannel: return 1;
+    case ExpressionOp::Negate:
+    case ExpressionOp::NegateVector: return 0;
+    case ExpressionOp::Binary: return -1;
+    case ExpressionOp::Call: return 1 - in.count;
+    case ExpressionOp::Select: return -2;
+    case ExpressionOp::BinaryVector: return 3 - ((in.count & 1) ? 3 : 1) - ((in.count & 2) ? 3 : 1);
+    case ExpressionOp::SelectVector: return -4;
+    case ExpressionOp::CallVector: return 3 - in.count;
+    case ExpressionOp::Component: return -2;
+    case ExpressionOp::Splat: return 2;
+    case ExpressionOp::StoreLocal: return -in.count;
+    case ExpressionOp::LoadLocal: return in.count;
+    case ExpressionOp::JumpIfZero: return -1;
+    case ExpressionOp::ScriptCall: return 3 - in.count;
+    case ExpressionOp::Jump:
+    case ExpressionOp::LoopTest:
+    case ExpressionOp::LoopStep: return 0;
+    }
+    return 0;
+}
+
+void noteUses(ExpressionUses& uses, const ExpressionInstr& in) {
+    if (in.op != ExpressionOp::PushVar) return;
+    const int slot = in.code;
+    if (slot <= kSlotNz || slot == kSlotLift) uses.surface = true;
+    if (slot >= kSlotPrefX && slot <= kSlotPrefZ) uses.restPose = true;
+    if (slot >= kSlotLength && slot <= kSlotTipZ) uses.shape = true;
+    if (slot == kSlotLongest) uses.longest = true;
+    if (slot >= kSlotT && slot <= kSlotPointIndex) uses.perPoint = true;
+    if (slot == kSlotT || slot == kSlotPx || slot == kSlotPy || slot == kSlotPz) uses.pointPosition = true;
+}
+
 
 void append(Code& to, const Code& from) { to.ops.insert(to.ops.end(), from.ops.begin(), from.ops.end()); }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "expression/expression.h"
 #include "expression/instruction.h"
 
 namespace tressora::exprc {
@@ -31,6 +32,10 @@ Code vectorConstant(float x, float y, float z);
 /// PushVar of one slot, or of three slots from `first` for a vector.
 Code slotRead(std::uint8_t slot);
 Code vectorSlotRead(std::uint8_t first);
+/// The change in stack height an instruction makes, in floats.
+int stackEffect(const ExpressionInstr& in);
+/// Adds what a PushVar instruction reads to the uses flags.
+void noteUses(ExpressionUses& uses, const ExpressionInstr& in);
 /// Appends from's instructions to to's.
 void append(Code& to, const Code& from);
 

@@ -22,35 +22,6 @@ std::string faultText(std::string_view text, std::size_t offset, const std::stri
     return quotedSource(text) + where + ": " + fault;
 }
 
-/// The change in stack height an instruction makes.
-int stackEffect(const ExpressionInstr& in) {
-    switch (in.op) {
-    case ExpressionOp::PushConst:
-    case ExpressionOp::PushVar:
-    case ExpressionOp::PushChannel: return 1;
-    case ExpressionOp::Negate:
-    case ExpressionOp::NegateVector: return 0;
-    case ExpressionOp::Binary: return -1;
-    case ExpressionOp::Call: return 1 - in.count;
-    case ExpressionOp::Select: return -2;
-    case ExpressionOp::BinaryVector: return 3 - ((in.count & 1) ? 3 : 1) - ((in.count & 2) ? 3 : 1);
-    case ExpressionOp::SelectVector: return -4;
-    case ExpressionOp::CallVector: return 3 - in.count;
-    case ExpressionOp::Component: return -2;
-    case ExpressionOp::Splat: return 2;
-    }
-    return 0;
-}
-
-void noteSlot(ExpressionUses& uses, int slot) {
-    if (slot <= kSlotNz || slot == kSlotLift) uses.surface = true;
-    if (slot >= kSlotPrefX && slot <= kSlotPrefZ) uses.restPose = true;
-    if (slot >= kSlotLength && slot <= kSlotTipZ) uses.shape = true;
-    if (slot == kSlotLongest) uses.longest = true;
-    if (slot >= kSlotT && slot <= kSlotPointIndex) uses.perPoint = true;
-    if (slot == kSlotT || slot == kSlotPx || slot == kSlotPy || slot == kSlotPz) uses.pointPosition = true;
-}
-
 }  // namespace
 
 std::shared_ptr<const Expression> Expression::compile(std::string_view text,
@@ -84,12 +55,10 @@ std::shared_ptr<const Expression> Expression::compile(std::string_view text,
 
     int height = 0;
     for (const ExpressionInstr& in : e->program_) {
-        height += stackEffect(in);
+        height += exprc::stackEffect(in);
         e->maxStack_ = std::max(e->maxStack_, height);
-        if (in.op == ExpressionOp::PushVar) {
-            noteSlot(e->uses_, in.code);
-            if (in.code == kSlotFrame || in.code == kSlotTime) e->readsTime_ = true;
-        }
+        exprc::noteUses(e->uses_, in);
+        if (in.op == ExpressionOp::PushVar && (in.code == kSlotFrame || in.code == kSlotTime)) e->readsTime_ = true;
     }
     if (e->maxStack_ > kExpressionStackSize) throw ExpressionError(quotedSource(text) + " is nested too deeply");
     return e;

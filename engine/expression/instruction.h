@@ -23,6 +23,16 @@ enum class ExpressionOp : std::uint8_t {
     CallVector = 10,   ///< vector function `code` on the top `count` floats; pushes three
     Component = 11,    ///< replace the top vector by its component `code`
     Splat = 12,        ///< replace the top number by three copies of it
+    // Scripts only: locals live in an array of float slots, and control flow jumps to an
+    // instruction's position in its block.
+    StoreLocal = 13,   ///< pop `count` floats (1 or 3) into locals from slot `index`
+    LoadLocal = 14,    ///< push `count` floats (1 or 3) from locals at slot `index`
+    Jump = 15,         ///< go on at position `index`
+    JumpIfZero = 16,   ///< pop a number; when it is 0, go on at position `index`
+    LoopTest = 17,     ///< unless counter slot `count` < the bound, go on at `index`; the bound is
+                       ///< `value` (`code` 0) or local slot `value` (`code` 1)
+    LoopStep = 18,     ///< counter slot `count` + 1, charge `value` steps, go on at `index`
+    ScriptCall = 19,   ///< script function `code` on the top `count` floats; pushes three
 };
 
 /// The `code` of Binary and BinaryVector instructions.

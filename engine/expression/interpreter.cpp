@@ -1,5 +1,7 @@
 #include "expression/interpreter.h"
 
+#include "expression/run_loop.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -9,195 +11,6 @@
 namespace tressora {
 namespace exprc {
 namespace {
-
-inline float finiteOrZero(float x) { return std::isfinite(x) ? x : 0.0f; }
-
-inline float binaryInline(std::uint8_t code, float a, float b) {
-    switch (static_cast<BinaryCode>(code)) {
-    case BinaryCode::Add: return a + b;
-    case BinaryCode::Subtract: return a - b;
-    case BinaryCode::Multiply: return a * b;
-    case BinaryCode::Divide: return b == 0.0f ? 0.0f : a / b;
-    case BinaryCode::Power:
-        return static_cast<float>(std::pow(static_cast<double>(a), static_cast<double>(b)));
-    case BinaryCode::Less: return a < b ? 1.0f : 0.0f;
-    case BinaryCode::LessEqual: return a <= b ? 1.0f : 0.0f;
-    case BinaryCode::Greater: return a > b ? 1.0f : 0.0f;
-    case BinaryCode::GreaterEqual: return a >= b ? 1.0f : 0.0f;
-    case BinaryCode::Equal: return a == b ? 1.0f : 0.0f;
-    case BinaryCode::NotEqual: return a != b ? 1.0f : 0.0f;
-    case BinaryCode::Remainder: return b == 0.0f ? 0.0f : std::fmod(a, b);
-    }
-    return 0.0f;
-}
-
-/// out = left `code` right per component; a side that is no vector is used for all three.
-/// The switch is outside the loop, so each component costs the operation alone.
-inline void binaryVector(std::uint8_t code, const float* left, bool leftVector, const float* right,
-                         bool rightVector, float* out) {
-    const float a[3] = {left[0], left[leftVector ? 1 : 0], left[leftVector ? 2 : 0]};
-    const float b[3] = {right[0], right[rightVector ? 1 : 0], right[rightVector ? 2 : 0]};
-    switch (static_cast<BinaryCode>(code)) {
-    case BinaryCode::Add:
-        for (int k = 0; k < 3; ++k) out[k] = a[k] + b[k];
-        return;
-    case BinaryCode::Subtract:
-        for (int k = 0; k < 3; ++k) out[k] = a[k] - b[k];
-        return;
-    case BinaryCode::Multiply:
-        for (int k = 0; k < 3; ++k) out[k] = a[k] * b[k];
-        return;
-    default:
-        for (int k = 0; k < 3; ++k) out[k] = binaryInline(code, a[k], b[k]);
-        return;
-    }
-}
-
-inline float readChannel(const ExpressionEnvironment& env, std::uint32_t index) {
-    if (env.point != ExpressionEnvironment::kNoPoint && index < env.pointChannels.size()) {
-        const std::span<const float> table = env.pointChannels[index];
-        if (!table.empty()) return env.point < table.size() ? table[env.point] : 0.0f;
-    }
-    if (index < env.strandChannels.size()) {
-        const std::span<const float> table = env.strandChannels[index];
-        if (env.strand < table.size()) return table[env.strand];
-    }
-    return 0.0f;
-}
-
-inline float callNumber(const ExpressionInstr& in, const float* args, const ExpressionEnvironment& env,
-                        const ProgramTables& tables) {
-    switch (in.code) {
-    case kFnCurve:
-    case kFnLinearcurve:
-    case kFnCurvePairs: {
-        float v = 0.0f;
-        if (in.index < tables.curves.size()) tables.curves[in.index].evaluate(args[0], &v);
-        return v;
-    }
-    case kFnMap:
-        if (!env.maps || in.index >= tables.probes.size()) return 0.0f;
-        return env.maps->value(tables.probes[in.index].map, tables.probes[in.index].channel, env);
-    default: return evalNumberFunction(in.code, args, in.count, env);
-    }
-}
-
-inline void callVector(const ExpressionInstr& in, const float* args, const ExpressionEnvironment& env,
-                       const ProgramTables& tables, float* out) {
-    switch (in.code) {
-    case kFnCcurve:
-        if (in.index < tables.curves.size()) {
-            tables.curves[in.index].evaluate(args[0], out);
-        } else {
-            out[0] = out[1] = out[2] = 0.0f;
-        }
-        return;
-    case kFnCmap: {
-        const Vec3f c = env.maps ? env.maps->color(in.index, env) : Vec3f{};
-        out[0] = c.x;
-        out[1] = c.y;
-        out[2] = c.z;
-        return;
-    }
-    default: evalVectorFunction(in.code, args, in.count, env, out); return;
-    }
-}
-
-
-/// The run loop, inlined into evaluate and evaluateVector so each call is one loop.
-inline float* run(const ExpressionInstr* ip, const ExpressionInstr* end, const ExpressionEnvironment& env,
-                  const ProgramTables& tables, float* stack) {
-    // The top of the stack lives in a register; memory holds the values below it. The first
-    // push stores a meaningless value at stack[0], which is never read.
-    float tos = 0.0f;
-    float* sp = stack;
-    for (; ip != end; ++ip) {
-        switch (ip->op) {
-        case ExpressionOp::PushConst:
-            *sp++ = tos;
-            tos = ip->value;
-            break;
-        case ExpressionOp::PushVar:
-            *sp++ = tos;
-            tos = env.slots[ip->code];
-            break;
-        case ExpressionOp::PushChannel:
-            *sp++ = tos;
-            tos = readChannel(env, ip->index);
-            break;
-        case ExpressionOp::Negate: tos = -tos; break;
-        case ExpressionOp::Binary:
-            --sp;
-            tos = binaryInline(ip->code, *sp, tos);
-            break;
-        case ExpressionOp::Call: {
-            *sp = tos;  // the arguments, contiguous: sp[1 - count] .. sp[0]
-            const float* args = sp + 1 - ip->count;
-            tos = finiteOrZero(callNumber(*ip, args, env, tables));
-            sp -= ip->count;
-            ++sp;
-            break;
-        }
-        case ExpressionOp::Select:
-            sp -= 2;
-            tos = sp[0] != 0.0f ? sp[1] : tos;
-            break;
-        case ExpressionOp::NegateVector:
-            sp[-2] = -sp[-2];
-            sp[-1] = -sp[-1];
-            tos = -tos;
-            break;
-        case ExpressionOp::BinaryVector: {
-            *sp = tos;
-            float* top = sp + 1;
-            const int rightWidth = (ip->count & 2) ? 3 : 1;
-            const int leftWidth = (ip->count & 1) ? 3 : 1;
-            float* right = top - rightWidth;
-            float* left = right - leftWidth;
-            binaryVector(ip->code, left, leftWidth == 3, right, rightWidth == 3, left);
-            sp = left + 2;
-            tos = left[2];
-            break;
-        }
-        case ExpressionOp::SelectVector: {
-            // condition at sp[-6], then at sp[-5..-3], else at sp[-2], sp[-1], tos.
-            float* base = sp - 6;
-            if (base[0] != 0.0f) {
-                base[0] = base[1];
-                base[1] = base[2];
-                tos = base[3];
-            } else {
-                base[0] = sp[-2];
-                base[1] = sp[-1];
-            }
-            sp = base + 2;
-            break;
-        }
-        case ExpressionOp::CallVector: {
-            *sp = tos;
-            float* args = sp + 1 - ip->count;
-            float out[3];
-            callVector(*ip, args, env, tables, out);
-            args[0] = finiteOrZero(out[0]);
-            args[1] = finiteOrZero(out[1]);
-            tos = finiteOrZero(out[2]);
-            sp = args + 2;
-            break;
-        }
-        case ExpressionOp::Component:
-            tos = ip->code == 2 ? tos : sp[ip->code - 2];
-            sp -= 2;
-            break;
-        case ExpressionOp::Splat:
-            sp[0] = tos;
-            sp[1] = tos;
-            sp += 2;
-            break;
-        }
-    }
-    *sp = tos;
-    return sp + 1;
-}
 
 /// The batch form of run: the stack holds one column of kExpressionBatch floats per entry
 /// and every instruction works through the points' lanes in turn, with the same per-value
@@ -338,6 +151,8 @@ int runBatch(const Expression& expression, const ExpressionEnvironment& env, con
             for (std::size_t l = 0; l < n; ++l) column[d][l] = column[d + 1][l] = column[d - 1][l];
             d += 2;
             break;
+        default:  // script instructions never occur in an expression
+            break;
         }
     }
     return d;
@@ -349,23 +164,26 @@ float binaryOp(std::uint8_t code, float a, float b) { return binaryInline(code, 
 
 float* execute(const ExpressionInstr* begin, const ExpressionInstr* end, const ExpressionEnvironment& env,
                const ProgramTables& tables, float* stack) {
-    return run(begin, end, env, tables, stack);
+    PlainMachine plain;
+    return run(begin, end, env, tables, stack, plain);
 }
 
 }  // namespace exprc
 
 float Expression::evaluate(const ExpressionEnvironment& env) const {
     float stack[kExpressionStackSize + 1];
+    exprc::PlainMachine plain;
     const float* top = exprc::run(program_.data(), program_.data() + program_.size(), env,
-                                      {curves_, mapProbes_}, stack);
+                                  {curves_, mapProbes_}, stack, plain);
     const float r = isVector_ ? top[-3] : top[-1];
     return std::isfinite(r) ? r : 0.0f;
 }
 
 Vec3f Expression::evaluateVector(const ExpressionEnvironment& env) const {
     float stack[kExpressionStackSize + 1];
+    exprc::PlainMachine plain;
     const float* top = exprc::run(program_.data(), program_.data() + program_.size(), env,
-                                      {curves_, mapProbes_}, stack);
+                                  {curves_, mapProbes_}, stack, plain);
     if (!isVector_) {
         const float r = exprc::finiteOrZero(top[-1]);
         return {r, r, r};

@@ -34,8 +34,8 @@ Parser::DepthGuard::DepthGuard(Parser& parser, std::size_t offset) : parser_(par
     if (++parser_.depth_ > kMaxNesting) parser_.fail(offset, "nested too deeply");
 }
 
-Parser::Parser(std::string_view text, std::span<const ExpressionVariable> variables)
-    : text_(text), scan_(text) {
+Parser::Parser(std::string_view text, std::span<const ExpressionVariable> variables, ScriptNames* script)
+    : text_(text), scan_(text), script_(script) {
     for (const ExpressionVariable& v : variables) {
         std::string key = v.name;
         if (!key.empty() && key[0] == '$') key.erase(0, 1);
@@ -268,6 +268,9 @@ Code Parser::vectorLiteral() {
 }
 
 Code Parser::name(const NameToken& token) {
+    if (script_) {
+        if (std::optional<Code> code = script_->read(*this, token)) return std::move(*code);
+    }
     if (const auto local = locals_.find(token.name); local != locals_.end()) {
         return readLocal(token, local->second);
     }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <memory>
 #include <set>
 #include <span>
@@ -31,12 +32,37 @@ struct CompiledParts {
 /// Nesting deeper than this many levels is a compile error.
 inline constexpr int kMaxNesting = 200;
 
+class Parser;
+
+/// What a script adds to reading names: asked before the expression rules, it gives the code
+/// of a name it knows (a local, a param, an output) or nothing to leave the name to them.
+class ScriptNames {
+public:
+    /// A name read as a value.
+    virtual std::optional<Code> read(Parser& parser, const NameToken& token) = 0;
+    /// A call; the scanner stands at the '('. `piped` is the value before a "->", or null.
+    virtual std::optional<Code> call(Parser& parser, const NameToken& token, Code* piped) = 0;
+
+protected:
+    ~ScriptNames() = default;
+};
+
 class Parser {
 public:
-    Parser(std::string_view text, std::span<const ExpressionVariable> variables);
+    Parser(std::string_view text, std::span<const ExpressionVariable> variables, ScriptNames* script = nullptr);
 
     /// Compiles the whole text. Throws ParseFault.
     CompiledParts run();
+
+    // For the script compiler, which parses statements itself and values through these.
+    /// One value (the chain level, one nesting level deeper).
+    Code value() { return nested(); }
+    Scanner& scanner() { return scan_; }
+    CompiledParts& parts() { return parts_; }
+    bool takeWord(std::string_view word);
+    Code binaryOf(Code a, Code b, BinaryCode op) { return binary(std::move(a), std::move(b), op); }
+    Code splatOf(Code a) { return splat(std::move(a)); }
+    Code componentOf(Code v, int k) { return component(std::move(v), k); }
 
 private:
     /// A local: the code that computes its value, shared by copies of the locals table, or a
@@ -69,7 +95,6 @@ private:
     void ifStatement(std::size_t ifOffset);
     std::set<std::string> block();
     void assign(const std::string& name, Local local);
-    bool takeWord(std::string_view word);
 
     // Expression levels, lowest precedence first (parser.cpp).
     Code nested();
@@ -114,6 +139,7 @@ private:
 
     std::string_view text_;
     Scanner scan_;
+    ScriptNames* script_ = nullptr;
     std::map<std::string, ExpressionVariable, std::less<>> variables_;
     Locals locals_;
     std::vector<std::set<std::string>> assigned_;  // names set in each open block

@@ -10,6 +10,7 @@
 #include "core/scalp_history.h"
 #include "groom/graph_time.h"
 #include "groom/scale_reference.h"
+#include "library/node_library.h"
 
 namespace tressora {
 
@@ -23,6 +24,7 @@ double msSince(std::chrono::steady_clock::time_point start) {
 
 GroomSession::GroomSession(GroomScene scene, const OperatorRegistry& registry, NodeTypeResolver resolver)
     : scene_(std::make_shared<GroomScene>(std::move(scene))), registry_(&registry), resolver_(std::move(resolver)) {
+    if (!resolver_) resolver_ = libraryNodeResolver(registry);
     if (!scene_->graph.is_null()) graph_ = graphFromJson(scene_->graph, *registry_, resolver_);
     if (scene_->scalp.mesh) {
         const std::vector<Vec3f> rest(scene_->scalp.mesh->restPoints().begin(), scene_->scalp.mesh->restPoints().end());

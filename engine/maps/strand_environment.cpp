@@ -53,13 +53,19 @@ Vec3f StrandEnvironment::Probe::color(std::uint32_t map, const ExpressionEnviron
 
 StrandEnvironment::StrandEnvironment(const Expression& expression, const StrandSet& strands, const ScalpMesh* scalp,
                                      const ExpressionEnvironment& base, const BoundMaps* maps)
-    : expression_(expression), strands_(strands), scalp_(scalp), uses_(expression.uses()), env_(base) {
+    : StrandEnvironment(expression.uses(), expression.readChannels(), strands, scalp, base, maps) {
+    expression_ = &expression;
+}
+
+StrandEnvironment::StrandEnvironment(const ExpressionUses& uses, std::span<const std::string> names,
+                                     const StrandSet& strands, const ScalpMesh* scalp, const ExpressionEnvironment& base,
+                                     const BoundMaps* maps)
+    : strands_(strands), scalp_(scalp), uses_(uses), env_(base) {
     needsRoot_ = uses_.surface || uses_.restPose || uses_.shape || (maps && maps->size() > 0);
     probe_.maps = maps;
     env_.maps = &probe_;
     env_.point = ExpressionEnvironment::kNoPoint;
 
-    const std::vector<std::string>& names = expression.readChannels();
     std::span<std::span<const float>> strandTables = strandInline_, pointTables = pointInline_;
     if (names.size() > kInlineChannels) {
         strandTables_.resize(names.size());

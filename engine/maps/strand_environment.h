@@ -46,6 +46,10 @@ public:
     /// `maps` (may be null) answers map() and cmap().
     StrandEnvironment(const Expression& expression, const StrandSet& strands, const ScalpMesh* scalp,
                       const ExpressionEnvironment& base, const BoundMaps* maps);
+    /// The same for a program that is no single expression (a script): what it reads of
+    /// strands and points, and the channels its PushChannel instructions count in.
+    StrandEnvironment(const ExpressionUses& uses, std::span<const std::string> readChannels, const StrandSet& strands,
+                      const ScalpMesh* scalp, const ExpressionEnvironment& base, const BoundMaps* maps);
     StrandEnvironment(const StrandEnvironment&) = delete;
     StrandEnvironment& operator=(const StrandEnvironment&) = delete;
 
@@ -60,8 +64,9 @@ public:
     void setPoint(std::size_t point, float t, float pt);
 
     const ExpressionEnvironment& environment() const { return env_; }
-    float evaluate() const { return expression_.evaluate(env_); }
-    Vec3f evaluateVector() const { return expression_.evaluateVector(env_); }
+    /// Precondition for these two: made for an expression.
+    float evaluate() const { return expression_->evaluate(env_); }
+    Vec3f evaluateVector() const { return expression_->evaluateVector(env_); }
     /// The current strand's root, as map() reads it.
     const RootSample& root() const { return probe_.root; }
 
@@ -76,7 +81,7 @@ private:
 
     static constexpr std::size_t kInlineChannels = 8;
 
-    const Expression& expression_;
+    const Expression* expression_ = nullptr;
     const StrandSet& strands_;
     const ScalpMesh* scalp_;
     ExpressionUses uses_;

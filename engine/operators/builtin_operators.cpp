@@ -15,6 +15,7 @@
 #include "operators/look/clump.h"
 #include "operators/look/curl.h"
 #include "operators/look/noise.h"
+#include "operators/script/script_node.h"
 
 namespace tressora {
 
@@ -31,6 +32,7 @@ void registerBuiltinOperators(OperatorRegistry& registry) {
     registerLengthOperator(registry);
     registerWidthOperator(registry);
     registerResampleOperator(registry);
+    registerScriptOperator(registry);
     // Look.
     registerClumpOperator(registry);
     registerNoiseOperator(registry);

@@ -216,7 +216,9 @@ TEST(Curl, AHelixHasTheRadiusAndFrequencyAsked) {
     double unwrapped = 0.0, last = 0.0;
     for (std::size_t k = 0; k < pts.size(); ++k) {
         const float off = std::hypot(pts[k].x, pts[k].z);
-        if (pts[k].y > 0.7f) EXPECT_NEAR(off, 0.5f, 2e-3f) << k;
+        if (pts[k].y > 0.7f) {
+            EXPECT_NEAR(off, 0.5f, 2e-3f) << k;
+        }
         const double angle = std::atan2(pts[k].z, pts[k].x);
         if (k > 0 && pts[k].y > 0.7f) {
             double step = angle - last;
