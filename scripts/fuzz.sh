@@ -30,6 +30,9 @@ for d in alembic alembic-reference; do
   fi
 done
 
+# The script language is the expression language with statements: both dictionaries.
+cat "$root/fuzz/fuzz_expression.dict" "$root/fuzz/fuzz_script.dict" >"$work/script.dict"
+
 # target, seed folder (may be empty), dictionary (may be empty)
 targets=(
   "fuzz_groom_file $root/fuzz/seeds/groom $root/fuzz/json.dict"
@@ -40,6 +43,7 @@ targets=(
   "fuzz_alembic_strands $work/seeds/alembic -"
   "fuzz_alembic_reader $work/seeds/alembic -"
   "fuzz_expression - $root/fuzz/fuzz_expression.dict"
+  "fuzz_script $root/fuzz/seeds/script $work/script.dict"
 )
 
 run() {

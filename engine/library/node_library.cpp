@@ -235,7 +235,8 @@ NodeTypeResolver libraryNodeResolver(const OperatorRegistry& registry) {
         const LibraryEntry* entry = findLibraryNode(shared->scan, id);
         if (!entry) {
             for (const LibraryEntry& bad : shared->scan.errors)
-                if (fs::path(bad.path).stem() == id)
+                if (const std::string stem = fs::path(bad.path).stem().string();
+                    stem == id || id.size() > stem.size() + 1 && id.ends_with("." + stem))
                     throw GraphError("the library's node '" + id + "' cannot be used: " + bad.error);
             throw GraphError("the library has no node '" + id + "' (the node folders: TRESSORA_NODE_PATH, " +
                              "TRESSORA_USER_NODES and the program's nodes folder)");

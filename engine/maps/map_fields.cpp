@@ -74,6 +74,13 @@ public:
         }
     }
 
+    /// The maps an expression or script reads by name, in the order given.
+    std::shared_ptr<const BoundMaps> bind(std::span<const std::string> mapNames) const {
+        std::vector<std::shared_ptr<const MapSampler>> samplers;
+        for (const std::string& mapName : mapNames) samplers.push_back(expressionMapSampler(mapName));
+        return std::make_shared<const BoundMaps>(std::move(samplers));
+    }
+
 private:
     /// "param '<name>'", or "the map" when no param name is known.
     std::string param() const { return name_.empty() ? std::string("the map") : "param '" + name_ + "'"; }
@@ -224,10 +231,7 @@ private:
                                                      float high) const {
         const auto expression = Expression::compile(text, {}, want);
         for (const std::string& channel : expression->readChannels()) checkChannel(channel, true);
-        std::vector<std::shared_ptr<const MapSampler>> samplers;
-        for (const std::string& mapName : expression->mapNames()) samplers.push_back(expressionMapSampler(mapName));
-        auto bound = std::make_shared<const BoundMaps>(std::move(samplers));
-        return std::make_shared<const ExpressionMap>(expression, std::move(bound), scalp_,
+        return std::make_shared<const ExpressionMap>(expression, bind(expression->mapNames()), scalp_,
                                                      expressionEnvironment(fields_.context()), low, high);
     }
 
@@ -280,6 +284,19 @@ std::shared_ptr<const FieldValue> MapFields::fieldFor(const MapRef& map) const {
     std::shared_ptr<const FieldValue> made = field("", map, binding);
     std::lock_guard<std::mutex> lock(mutex_);
     return made_.emplace(key, std::move(made)).first->second;
+}
+
+std::shared_ptr<const BoundMaps> MapFields::bindMaps(std::span<const std::string> mapNames, const std::string& who,
+                                                    const MapBinding& binding) const {
+    if (mapNames.empty()) return nullptr;
+    return Resolution(*this, who, binding).bind(mapNames);
+}
+
+std::shared_ptr<const BoundMaps> bindMapNames(std::span<const std::string> mapNames, const EvalContext& context,
+                                             const std::string& who, const MapBinding& binding) {
+    if (mapNames.empty()) return nullptr;
+    if (const auto* fields = dynamic_cast<const MapFields*>(context.maps)) return fields->bindMaps(mapNames, who, binding);
+    return MapFields(context).bindMaps(mapNames, who, binding);
 }
 
 std::shared_ptr<const ScalarField> fieldFromParam(const std::string& name, const ParamValue& value,

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 
 #include "core/guide_set.h"
@@ -19,6 +20,8 @@
 #include "maps/scalar_field.h"
 
 namespace tressora {
+
+class BoundMaps;
 
 class Graph;
 class MapCatalogValue;
@@ -63,6 +66,11 @@ public:
     std::shared_ptr<const ScalarField> field(const std::string& name, const MapRef& map, const MapBinding& binding,
                                              ExpressionWant want = ExpressionWant::Number) const;
 
+    /// The maps map("name") reads in an expression or script, in the order of `mapNames`: painted
+    /// maps, else the scalp's colour sets. Throws GraphError naming `who` for a name it can't find.
+    std::shared_ptr<const BoundMaps> bindMaps(std::span<const std::string> mapNames, const std::string& who,
+                                              const MapBinding& binding) const;
+
     const EvalContext& context() const { return context_; }
     /// The image path to open for a path as stored.
     std::string resolvePath(const std::string& path) const { return resolvePath_ ? resolvePath_(path) : path; }
@@ -85,6 +93,10 @@ private:
 std::shared_ptr<const ScalarField> fieldFromParam(const std::string& name, const ParamValue& value,
                                                   const EvalContext& context, const MapBinding& binding = {},
                                                   ExpressionWant want = ExpressionWant::Number);
+
+/// MapFields::bindMaps through the context's MapFields (one for the context otherwise).
+std::shared_ptr<const BoundMaps> bindMapNames(std::span<const std::string> mapNames, const EvalContext& context,
+                                             const std::string& who, const MapBinding& binding = {});
 
 /// Whether a param value is an expression map that reads `frame` or `time`.
 bool paramReadsTime(const ParamValue& value);

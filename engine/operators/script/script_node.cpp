@@ -109,6 +109,15 @@ public:
         definition_ = file.document;
         specs_ = scriptHeaderParams(definition_.value("params", nlohmann::json::array()));
         decls_ = headerDecls(definition_.value("params", nlohmann::json::array()));
+        // Values of params the new header still declares stay; the others go with the old header.
+        ParamSet kept;
+        for (const auto& entry : paramValues.values()) {
+            const std::string& name = entry.first;
+            const bool declared = name == "affect" || std::any_of(specs_.begin(), specs_.end(),
+                                                                  [&](const ParamSpec& s) { return s.name == name; });
+            if (declared) kept.set(name, entry.second);
+        }
+        paramValues = std::move(kept);
         for (const ParamSpec& s : specs_) {
             for (const ScriptParamDecl& d : decls_) {
                 if (d.name == s.name && (d.min || d.max)) paramValues.setLimits(s.name, {d.min, d.max});
@@ -146,8 +155,9 @@ public:
             std::shared_ptr<const ScalpMesh> scalp;
             if (const SceneItem* item = context.sceneItem("scalp")) scalp = item->value.as<ScalpMesh>();
             const ScriptParamValues values = readParams(context, *strands);
+            const std::shared_ptr<const BoundMaps> maps = bindMapNames(program_->mapNames, context, "");
             ScriptRunResult result = runScript(*program_, strands, guides.get(), scalp.get(), values,
-                                               expressionEnvironment(context), nullptr, who);
+                                               expressionEnvironment(context), maps.get(), who);
             setNote(result.notes);
             return Value(std::move(result.strands));
         } catch (const std::exception& e) {

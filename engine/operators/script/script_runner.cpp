@@ -1,6 +1,7 @@
 #include "operators/script/script_runner.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <mutex>
 
@@ -47,6 +48,7 @@ struct RunShared {
     const ScriptParamValues& params;
     std::vector<ExpressionCurve> curves;  // the program's, then the ramps
     std::vector<Source> sources;          // per output
+    std::vector<std::uint8_t> roles;      // per output: kRoleP, kRoleWidth or kRoleOther
     PointIndex guideRoots;
     // What the run writes.
     std::span<Vec3f> points;
@@ -55,7 +57,11 @@ struct RunShared {
     const ScriptOutput* pOutput = nullptr;
     std::mutex mutex;
     std::string overrun;
+    std::atomic<bool> stopped{false};  // set by the first overrun: the rest of the run is skipped
 };
+
+// What an output is, told once per run rather than by its name at every point.
+constexpr std::uint8_t kRoleP = 0, kRoleWidth = 1, kRoleOther = 2;
 
 float read(std::span<const float> values, std::size_t i) { return i < values.size() ? values[i] : 0.0f; }
 
@@ -148,14 +154,15 @@ void Worker::loadOutputs(std::size_t strand, std::size_t point, bool atPoint) {
         if (o.slot == kNoScriptSlot) continue;
         if (atPoint && o.written && o.kind == ScriptBlockKind::Strand) continue;
         float* to = &locals_[o.slot];
-        if (o.name == "P") {
+        const std::uint8_t role = shared_.roles[k];
+        if (role == kRoleP) {
             const Vec3f p = point < shared_.in.pointCount() ? shared_.in.points()[point] : Vec3f{};
             to[0] = p.x;
             to[1] = p.y;
             to[2] = p.z;
             continue;
         }
-        if (o.name == "width") {
+        if (role == kRoleWidth) {
             to[0] = read(shared_.in.widths(), point);
             continue;
         }
@@ -170,6 +177,7 @@ void Worker::loadOutputs(std::size_t strand, std::size_t point, bool atPoint) {
 void Worker::runBlock(const ScriptBlock& block, ScriptBlockKind kind) {
     const ScriptProgram& program = shared_.program;
     if (runScriptBlock(block, locals_.data(), env_.environment(), shared_.curves, program.mapProbes, *this)) return;
+    shared_.stopped.store(true, std::memory_order_relaxed);
     std::lock_guard lock(shared_.mutex);
     if (!shared_.overrun.empty()) return;
     const std::string what = kind == ScriptBlockKind::Strand ? "strand" : "point";
@@ -195,7 +203,7 @@ void Worker::runStrand(std::size_t i) {
             const ScriptOutput& o = program.outputs[k];
             if (!o.written || o.kind != ScriptBlockKind::Strand) continue;
             const float* v = &locals_[o.slot];
-            if (o.name == "width") {
+            if (shared_.roles[k] == kRoleWidth) {
                 const float w = std::isfinite(v[0]) ? std::max(0.0f, v[0]) : -1.0f;
                 if (w >= 0.0f)
                     for (std::size_t p = r.begin; p < r.end; ++p) shared_.widths[p] = w;
@@ -233,7 +241,7 @@ void Worker::runStrand(std::size_t i) {
             if (&o == pOut) {
                 if (finite3(v)) previous = {v[0], v[1], v[2]};
                 shared_.points[p] = previous;
-            } else if (o.name == "width") {
+            } else if (shared_.roles[k] == kRoleWidth) {
                 if (std::isfinite(v[0])) shared_.widths[p] = std::max(0.0f, v[0]);
             } else {
                 for (int c = 0; c < o.width; ++c) shared_.pointTargets[k][c][p] = std::isfinite(v[c]) ? v[c] : 0.0f;
@@ -266,7 +274,7 @@ ScriptRunResult runScript(const ScriptProgram& program, const std::shared_ptr<co
     }
 
     auto out = std::make_shared<StrandSet>(in);
-    RunShared shared{program, in, guides, scalp, params, program.curves, {}, {}, {}, {}, {}, {}, nullptr, {}, {}};
+    RunShared shared{program, in, guides, scalp, params, program.curves, {}, {}, {}, {}, {}, {}, {}, nullptr, {}, {}};
     shared.curves.insert(shared.curves.end(), params.ramps.begin(), params.ramps.end());
     if (program.callsGuidePoint && guides && guides->guideCount() > 0) {
         std::vector<Vec3f> roots(guides->guideCount());
@@ -280,6 +288,8 @@ ScriptRunResult runScript(const ScriptProgram& program, const std::shared_ptr<co
     // The channels written: made on the copy (keeping values that come in) before any worker runs.
     const std::size_t outputs = program.outputs.size();
     shared.sources.resize(outputs);
+    for (const ScriptOutput& o : program.outputs)
+        shared.roles.push_back(o.name == "P" ? kRoleP : o.name == "width" ? kRoleWidth : kRoleOther);
     shared.strandTargets.resize(outputs);
     shared.pointTargets.resize(outputs);
     for (std::size_t k = 0; k < outputs; ++k) {
@@ -336,7 +346,7 @@ ScriptRunResult runScript(const ScriptProgram& program, const std::shared_ptr<co
 
     parallelRange(0, in.strandCount(), kGrain, [&](std::size_t lo, std::size_t hi) {
         Worker worker(shared, base, maps);
-        for (std::size_t i = lo; i < hi; ++i) worker.runStrand(i);
+        for (std::size_t i = lo; i < hi && !shared.stopped.load(std::memory_order_relaxed); ++i) worker.runStrand(i);
     });
     if (rootColor) {
         for (int c = 0; c < 3; ++c) {
@@ -350,7 +360,13 @@ ScriptRunResult runScript(const ScriptProgram& program, const std::shared_ptr<co
             std::copy(roots.begin(), roots.end(), target.begin());
         }
     }
-    if (!shared.overrun.empty()) result.notes.push_back(who + ": " + shared.overrun);
+    if (!shared.overrun.empty()) {
+        // A runaway loop would cost as much on every strand: the run stops at the first one and
+        // the strands go on as they came, whichever strand (and thread) met it first.
+        result.notes.push_back(who + ": " + shared.overrun + "; the strands go on unchanged");
+        result.strands = strands;
+        return result;
+    }
     result.strands = std::move(out);
     return result;
 }
