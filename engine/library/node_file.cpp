@@ -310,9 +310,14 @@ void checkCompoundFile(json& doc, const OperatorRegistry* registry) {
             }
         }
         if (op) {
-            const std::string gives(portTypeName(op->output().type));
-            if (gives != output.type)
-                fail("\"output\" says " + output.type + " but the graph's output node gives " + gives);
+            // A node whose output is Curves gives whichever kind of curves it takes in.
+            const PortType gives = op->output().type;
+            const PortType declared = parsePortType(output.type);
+            const bool fits = gives == declared || (gives == PortType::Curves && (declared == PortType::Strands ||
+                                                                                   declared == PortType::Guides));
+            if (!fits)
+                fail("\"output\" says " + output.type + " but the graph's output node gives " +
+                     std::string(portTypeName(gives)));
         }
     }
 }

@@ -1,6 +1,7 @@
 #include "library/node_library.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -211,8 +212,10 @@ NodeUpdateStatus nodeUpdateStatus(const LibraryScan& scan, const nlohmann::json&
         return status;
     }
     int version = 1;
-    if (const auto v = definition.find("version"); v != definition.end() && v->is_number_integer())
-        version = v->get<int>();
+    if (const auto v = definition.find("version"); v != definition.end() && v->is_number()) {
+        const double d = v->get<double>();
+        if (d >= 1.0 && d <= 2147483647.0 && std::floor(d) == d) version = static_cast<int>(d);
+    }
     if (entry->file.version > version) {
         status.updateAvailable = true;
         status.latest = entry->file.version;
@@ -236,7 +239,7 @@ NodeTypeResolver libraryNodeResolver(const OperatorRegistry& registry) {
         if (!entry) {
             for (const LibraryEntry& bad : shared->scan.errors)
                 if (const std::string stem = fs::path(bad.path).stem().string();
-                    stem == id || id.size() > stem.size() + 1 && id.ends_with("." + stem))
+                    stem == id || (id.size() > stem.size() + 1 && id.ends_with("." + stem)))
                     throw GraphError("the library's node '" + id + "' cannot be used: " + bad.error);
             throw GraphError("the library has no node '" + id + "' (the node folders: TRESSORA_NODE_PATH, " +
                              "TRESSORA_USER_NODES and the program's nodes folder)");
