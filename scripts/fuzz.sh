@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang (AddressSanitizer and UndefinedBehaviorSanitizer on)
-# into build-fuzz/ and runs each for a bounded time, two at a time, from seed corpora: the
-# small documents in fuzz/seeds/, an archive written by the release build, and the reference
-# fixtures in ../shared when they are there. Fails when a target finds a crash; the input
-# that caused it is left in build-fuzz/crashes/.
-#   TRESSORA_FUZZ_SECONDS  seconds per target (default 20)
+# and runs each for a bounded time, two at a time, from seed corpora: the small documents in
+# fuzz/seeds/, an archive written by the release build, and the reference fixtures in
+# ../shared when they are there. Fails when a target finds a crash; the input that caused it
+# is left in <folder>/crashes/.
+#   scripts/fuzz.sh [folder]   build folder (default build-fuzz); the test suite passes its
+#                              clang sanitizer folder so the engine is not compiled again
+#   TRESSORA_FUZZ_SECONDS      seconds per target (default 20)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${TRESSORA_FUZZ_SECONDS:-20}
@@ -13,13 +15,20 @@ if ! command -v clang++ >/dev/null; then
   exit 0
 fi
 
-CXX=clang++ CC=clang "$root/scripts/build.sh" build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" -DTRESSORA_BUILD_FUZZ=ON -DTRESSORA_SANITIZE=ON \
-  -DTRESSORA_BUILD_TESTS=OFF -DTRESSORA_BUILD_BENCH=OFF
+folder=${1:-build-fuzz}
+out="$root/$folder"
+if [ "$folder" = build-fuzz ]; then
+  CXX=clang++ CC=clang "$root/scripts/build.sh" build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" -DTRESSORA_BUILD_FUZZ=ON -DTRESSORA_SANITIZE=ON \
+    -DTRESSORA_BUILD_TESTS=OFF -DTRESSORA_BUILD_BENCH=OFF
+elif [ ! -d "$out/fuzz" ]; then
+  echo "fuzz: $folder holds no fuzz targets; build it with clang and -DTRESSORA_BUILD_FUZZ=ON"
+  exit 1
+fi
 
-work="$root/build-fuzz/runs"
+work="$out/runs"
 rm -rf "$work"
-mkdir -p "$work/seeds/alembic" "$root/build-fuzz/crashes"
+mkdir -p "$work/seeds/alembic" "$out/crashes"
 # An archive of our own writing, in both layouts' reach of the strands reader.
 if [ -x "$root/build/bin/tressora-cli" ]; then
   "$root/build/bin/tressora-cli" eval "$root/fuzz/seeds/groom/patch.groom" -o "$work/seeds/alembic/patch.abc" >/dev/null
@@ -51,11 +60,11 @@ run() {
   local corpus="$work/$name"
   mkdir -p "$corpus"
   local args=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=3072 -print_final_stats=1
-              -artifact_prefix="$root/build-fuzz/crashes/$name-")
+              -artifact_prefix="$out/crashes/$name-")
   [ "$dict" != "-" ] && args+=(-dict="$dict")
   local dirs=("$corpus")
   [ "$seeds" != "-" ] && dirs+=("$seeds")
-  if "$root/build-fuzz/fuzz/$name" "${args[@]}" "${dirs[@]}" >"$work/$name.log" 2>&1; then
+  if "$out/fuzz/$name" "${args[@]}" "${dirs[@]}" >"$work/$name.log" 2>&1; then
     echo "fuzz: $name: $(grep -E '^stat::number_of_executed_units' "$work/$name.log" | awk '{print $2}') runs, no crash"
   else
     echo "fuzz: $name FAILED; its log follows"

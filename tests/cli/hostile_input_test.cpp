@@ -245,7 +245,7 @@ TEST(HostileReaders, NumbersBeyondTheirTypeAndImagesBeyondMemoryAreRefused) {
     EXPECT_NE(errorOf([&] { decodeImage(emptyChunk, "empty.png"); }), "");
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(TRESSORA_TESTS_SANITIZED)
 TEST_F(Hostile, ADensityBeyondMemoryIsRefusedWithTheCountAndWhatToLower) {
     const std::string file = groom("dense.groom", exampleWith([](json& d) { node(d, "scatter")["params"]["density"] = 40000.0; }));
     // With 2 GB of address space the strands cannot fit; the refusal comes before any of them.
