@@ -9,11 +9,17 @@
 #include "graph/graph.h"
 #include "graph/graph_json.h"
 #include "graph/operator_registry.h"
+#include "graph/node_definition.h"
 #include "graph/param_json.h"
+#include "library/node_library.h"
 
 namespace tressora::cli {
 
 namespace {
+
+/// The largest side of the scalp the built-in length defaults suit: a head about 25 units
+/// tall, like the Nika sample.
+constexpr double kBuiltinScalpSize = 25.0;
 
 bool blankText(const std::string& text) { return text.find_first_not_of(" \t\r\n") == std::string::npos; }
 
@@ -63,7 +69,9 @@ std::vector<Port> GraphEditor::inputs(const std::string& name) {
 }
 
 std::vector<Port> GraphEditor::outputs(const std::string& name) {
-    return OperatorRegistry::instance().create(node(name).value("type", std::string()))->outputs();
+    const nlohmann::json alone = {{"nodes", nlohmann::json::array({node(name)})}, {"output", name}};
+    const std::unique_ptr<Graph> graph = graphFromJson(alone, OperatorRegistry::instance());
+    return graph->node(graph->nodeByName(name)).op->outputs();
 }
 
 std::vector<GraphEditor::Link> GraphEditor::links() const {
@@ -76,31 +84,53 @@ std::vector<GraphEditor::Link> GraphEditor::links() const {
     return out;
 }
 
-std::string GraphEditor::addNode(const std::string& type, const std::string& name, const nlohmann::json& params,
-                                 double scale) {
+std::string GraphEditor::addNode(const NewNode& wanted, double scalpSize) {
     const OperatorRegistry& registry = OperatorRegistry::instance();
-    std::unique_ptr<Operator> op = registry.create(type);
-    if (!params.is_null() && !params.is_object()) throw GraphError("a node's params are a JSON object");
-    std::string chosen = name;
+    if (!wanted.params.is_null() && !wanted.params.is_object()) throw GraphError("a node's params are a JSON object");
+    std::unique_ptr<Operator> op;
+    std::string type = wanted.type, base = wanted.base;
+    nlohmann::json definition = wanted.definition;
+    double scale = scalpSize > 0.0 ? scalpSize / kBuiltinScalpSize : 1.0;
+    if (type.starts_with("node:")) {
+        // A library node travels in the graph as a copy of its file, under the type of its kind.
+        op = libraryNodeResolver(registry)(type);
+        definition = dynamic_cast<const NodeDefinition&>(*op).writeDefinition();
+        type = definition.contains("script") ? "Script" : "Compound";
+        const std::string id = wanted.type.substr(5);
+        if (base.empty()) base = id.substr(id.rfind('.') + 1);
+    } else {
+        op = registry.create(type);
+        if (!definition.is_null()) {
+            auto* holder = dynamic_cast<NodeDefinition*>(op.get());
+            if (!holder) throw GraphError("a node of type " + type + " takes no definition");
+            holder->readDefinition(definition);
+        }
+    }
+    // A node file says which scalp size its length defaults were written for.
+    if (definition.is_object())
+        if (const auto size = definition.find("size"); size != definition.end() && size->is_number())
+            if (const double written = size->get<double>(); written > 0.0 && scalpSize > 0.0) scale = scalpSize / written;
+    std::string chosen = wanted.name;
     if (!chosen.empty()) {
         if (has(chosen)) throw GraphError("a node named " + chosen + " exists");
     } else {
-        std::string base = type;
-        base[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(base[0])));
+        if (base.empty()) {
+            base = type;
+            base[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(base[0])));
+        }
         chosen = base;
         for (int n = 2; has(chosen); ++n) chosen = base + std::to_string(n);
     }
-    nlohmann::json values = params.is_object() ? params : nlohmann::json::object();
+    nlohmann::json values = wanted.params.is_object() ? wanted.params : nlohmann::json::object();
     for (const ParamSpec& spec : allParams(*op)) {
         if (values.contains(spec.name)) continue;
-        // Lengths fitted to this scalp; a seed of its own, so that two nodes of one type do
-        // not pick the same strands.
         if (spec.unit == "length" && scale != 1.0 && std::holds_alternative<double>(spec.defaultValue))
             values[spec.name] = std::get<double>(spec.defaultValue) * scale;
         if (spec.name == "seed" && std::holds_alternative<std::int64_t>(spec.defaultValue))
             values[spec.name] = static_cast<std::int64_t>(hash64(combineText(0x5EED, chosen)) % 100000);
     }
     nlohmann::json entry = {{"name", chosen}, {"type", type}};
+    if (!definition.is_null()) entry["definition"] = std::move(definition);
     if (!values.empty()) entry["params"] = std::move(values);
     if (!doc_.contains("nodes") || !doc_["nodes"].is_array()) doc_["nodes"] = nlohmann::json::array();
     doc_["nodes"].push_back(std::move(entry));
@@ -186,6 +216,75 @@ bool GraphEditor::disconnect(const std::string& to, const std::string& input) {
                                }),
                 links.end());
     return links.size() != before;
+}
+
+std::pair<std::string, std::string> splitSource(const std::string& text) {
+    const std::size_t dot = text.find('.');
+    if (dot == std::string::npos) return {text, std::string()};
+    return {text.substr(0, dot), text.substr(dot + 1)};
+}
+
+std::string placeNode(GraphEditor& editor, const std::string& made, const nlohmann::json& args) {
+    std::string placed;
+    const auto insertAfter = [&](const std::string& a) {
+        if (!editor.has(a)) throw ToolError("no node '" + a + "' to insert after");
+        const std::vector<Port> from = editor.outputs(a), into = editor.inputs(made);
+        const auto in = from.empty() ? into.end()
+                                     : std::find_if(into.begin(), into.end(), [&](const Port& p) {
+                                           return p.type == from.front().type ||
+                                                  (p.type == PortType::Curves && (from.front().type == PortType::Strands ||
+                                                                                  from.front().type == PortType::Guides)) ||
+                                                  (from.front().type == PortType::Curves &&
+                                                   (p.type == PortType::Strands || p.type == PortType::Guides));
+                                       });
+        if (in == into.end())
+            throw ToolError("'" + made + "' has no input that takes what '" + a + "' gives (" +
+                            (from.empty() ? std::string("nothing") : std::string(portTypeName(from.front().type))) + ")");
+        const std::string firstOutput = from.front().name;
+        for (const GraphEditor::Link& l : editor.links())
+            if (l.from == a && (l.output.empty() || l.output == firstOutput)) {
+                editor.disconnect(l.to, l.input);
+                editor.connect(made, {}, l.to, l.input);
+            }
+        editor.connect(a, {}, made, in->name);
+    };
+    const auto insertBefore = [&](const std::string& b) {
+        if (!editor.has(b)) throw ToolError("no node '" + b + "' to insert before");
+        const std::vector<Port> into = editor.inputs(b);
+        if (into.empty()) throw ToolError("'" + b + "' has no input to insert before");
+        const std::vector<Port> own = editor.inputs(made);
+        if (own.empty()) throw ToolError("'" + made + "' has no input");
+        for (const GraphEditor::Link& l : editor.links())
+            if (l.to == b && l.input == into.front().name) editor.connect(l.from, l.output, made, own.front().name);
+        editor.connect(made, {}, b, into.front().name);
+    };
+    if (args.contains("after")) {
+        insertAfter(args["after"].get<std::string>());
+        placed = "after " + args["after"].get<std::string>();
+    } else if (args.contains("before")) {
+        insertBefore(args["before"].get<std::string>());
+        placed = "before " + args["before"].get<std::string>();
+    } else if (args.contains("inputs")) {
+        for (const auto& [input, source] : args["inputs"].items()) {
+            if (!source.is_string()) throw ToolError("inputs map an input name to \"node\" or \"node.output\"");
+            const auto [from, output] = splitSource(source.get<std::string>());
+            editor.connect(from, output, made, input);
+        }
+        placed = "inputs connected";
+    } else {
+        const std::string out = editor.output();
+        placed = "not connected (connect it with connect)";
+        if (!out.empty() && out != made) {
+            GraphEditor trial = editor;
+            try {
+                insertBefore(out);
+                placed = "before " + out + " (the end of the chain)";
+            } catch (const std::exception&) {
+                editor = std::move(trial);
+            }
+        }
+    }
+    return placed;
 }
 
 }  // namespace tressora::cli

@@ -5,6 +5,7 @@
 // agent can act on; the tools run it inside the edit step, so a fault changes nothing.
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -33,10 +34,21 @@ public:
     std::vector<Port> inputs(const std::string& name);
     std::vector<Port> outputs(const std::string& name);
 
-    /// Adds a node of `type`, named `name` (or a free name made from the type), with
-    /// `params`; lengths left at their defaults are multiplied by `scale`, and a seed param
-    /// gets a value of its own. Returns the name.
-    std::string addNode(const std::string& type, const std::string& name, const nlohmann::json& params, double scale);
+    /// What addNode adds.
+    struct NewNode {
+        std::string type;           ///< a registered type, or "node:<id>" for a node of the library
+        std::string name;           ///< empty: a free name made from `base`
+        std::string base;           ///< empty: the type's name with a lower-case first letter, or
+                                    ///< a library node's last id part
+        nlohmann::json params;      ///< an object or null
+        nlohmann::json definition;  ///< the body of a Script or Compound node; null for others
+    };
+    /// Adds a node and returns its name. A free name is the base with a number behind it until
+    /// no node has it. Length params left at their defaults are fitted to the scalp by its
+    /// largest side `scalpSize` (0: not fitted): a node with a definition that gives a `size`
+    /// by that over it, others by that over the size the built-in defaults suit. A seed param
+    /// gets a value of its own, so that two nodes of one type do not pick the same strands.
+    std::string addNode(const NewNode& node, double scalpSize);
     /// Deletes the node and its connections; the output is cleared when it was this node.
     void removeNode(const std::string& name);
     /// Connects from.output (empty: the first output) to to.input, replacing what fed it.
@@ -56,5 +68,15 @@ private:
 
     nlohmann::json doc_;
 };
+
+/// "node" or "node.output" split at the first ".".
+std::pair<std::string, std::string> splitSource(const std::string& text);
+
+/// Places the new node `made` as the placement arguments say, the first that is there:
+/// "after" a node (it takes that node's output and feeds what it fed), "before" a node (into
+/// its first input), "inputs" ({"input": "node" or "node.output"}); with none of them, before
+/// the output node when it fits there. Returns the placement as answers word it. ToolError or
+/// GraphError when a placement cannot be made.
+std::string placeNode(GraphEditor& editor, const std::string& made, const nlohmann::json& args);
 
 }  // namespace tressora::cli

@@ -21,29 +21,6 @@ std::string dumped(const nlohmann::json& value) {
     return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-/// "node" or "node.output" split at the first ".".
-std::pair<std::string, std::string> nodeAndOutput(const std::string& text) {
-    const std::size_t dot = text.find('.');
-    return dot == std::string::npos ? std::make_pair(text, std::string()) : std::make_pair(text.substr(0, dot), text.substr(dot + 1));
-}
-
-/// How much a new node's lengths are scaled: the default graph's lengths suit a head about
-/// 25 units tall (the Nika sample), so a scalp's largest side over that.
-constexpr double kReferenceSize = 25.0;
-
-double lengthScale(OpenGroom& groom) {
-    const std::shared_ptr<const ScalpMesh>& scalp = groom.session->scalp();
-    if (!scalp || scalp->pointCount() == 0) return 1.0;
-    Vec3f lo = scalp->points()[0], hi = lo;
-    for (const Vec3f& p : scalp->points())
-        for (int k = 0; k < 3; ++k) {
-            lo[k] = std::min(lo[k], p[k]);
-            hi[k] = std::max(hi[k], p[k]);
-        }
-    const double side = std::max({hi.x - lo.x, hi.y - lo.y, hi.z - lo.z});
-    return side > 0.0 ? side / kReferenceSize : 1.0;
-}
-
 ToolResult getGraph(McpTools& tools, const nlohmann::json& args) {
     OpenGroom& groom = tools.findGroom(args);
     const GraphEditor editor(groom.session->graphJson());
@@ -89,69 +66,11 @@ ToolResult addNode(McpTools& tools, const nlohmann::json& args) {
     tools.checkFileReferences(params);
     const std::string wanted = args.value("name", std::string());
     if (!wanted.empty()) checkName(wanted, "a node's name");
-    const double scale = lengthScale(groom);
     std::string made, placed;
     tools.edit(groom, "add " + type, [&](std::string& graph, std::string&) {
         GraphEditor editor(graph);
-        made = editor.addNode(type, wanted, params, scale);
-        const auto insertAfter = [&](const std::string& a) {
-            if (!editor.has(a)) throw ToolError("no node '" + a + "' to insert after");
-            const std::vector<Port> from = editor.outputs(a), into = editor.inputs(made);
-            const auto in = from.empty() ? into.end()
-                                         : std::find_if(into.begin(), into.end(), [&](const Port& p) {
-                                               return p.type == from.front().type ||
-                                                      (p.type == PortType::Curves && (from.front().type == PortType::Strands ||
-                                                                                      from.front().type == PortType::Guides)) ||
-                                                      (from.front().type == PortType::Curves &&
-                                                       (p.type == PortType::Strands || p.type == PortType::Guides));
-                                           });
-            if (in == into.end())
-                throw ToolError("'" + made + "' has no input that takes what '" + a + "' gives (" +
-                                (from.empty() ? std::string("nothing") : std::string(portTypeName(from.front().type))) + ")");
-            const std::string firstOutput = from.front().name;
-            for (const GraphEditor::Link& l : editor.links())
-                if (l.from == a && (l.output.empty() || l.output == firstOutput)) {
-                    editor.disconnect(l.to, l.input);
-                    editor.connect(made, {}, l.to, l.input);
-                }
-            editor.connect(a, {}, made, in->name);
-        };
-        const auto insertBefore = [&](const std::string& b) {
-            if (!editor.has(b)) throw ToolError("no node '" + b + "' to insert before");
-            const std::vector<Port> into = editor.inputs(b);
-            if (into.empty()) throw ToolError("'" + b + "' has no input to insert before");
-            const std::vector<Port> own = editor.inputs(made);
-            if (own.empty()) throw ToolError("'" + made + "' has no input");
-            for (const GraphEditor::Link& l : editor.links())
-                if (l.to == b && l.input == into.front().name) editor.connect(l.from, l.output, made, own.front().name);
-            editor.connect(made, {}, b, into.front().name);
-        };
-        if (args.contains("after")) {
-            insertAfter(args["after"].get<std::string>());
-            placed = "after " + args["after"].get<std::string>();
-        } else if (args.contains("before")) {
-            insertBefore(args["before"].get<std::string>());
-            placed = "before " + args["before"].get<std::string>();
-        } else if (args.contains("inputs")) {
-            for (const auto& [input, source] : args["inputs"].items()) {
-                if (!source.is_string()) throw ToolError("inputs map an input name to \"node\" or \"node.output\"");
-                const auto [from, output] = nodeAndOutput(source.get<std::string>());
-                editor.connect(from, output, made, input);
-            }
-            placed = "inputs connected";
-        } else {
-            const std::string out = editor.output();
-            placed = "not connected (connect it with connect)";
-            if (!out.empty() && out != made) {
-                GraphEditor trial = editor;
-                try {
-                    insertBefore(out);
-                    placed = "before " + out + " (the end of the chain)";
-                } catch (const std::exception&) {
-                    editor = std::move(trial);
-                }
-            }
-        }
+        made = editor.addNode({type, wanted, {}, params, nullptr}, scalpSize(groom));
+        placed = placeNode(editor, made, args);
         graph = editor.text();
     });
     return tools.answerWithSummary(groom, {{"node", made}, {"placed", placed}});
@@ -190,7 +109,7 @@ ToolResult removeNode(McpTools& tools, const nlohmann::json& args) {
 
 ToolResult connectNodes(McpTools& tools, const nlohmann::json& args) {
     OpenGroom& groom = tools.findGroom(args);
-    const auto split = nodeAndOutput(args.at("from").get<std::string>());
+    const auto split = splitSource(args.at("from").get<std::string>());
     const std::string from = split.first;
     const std::string output = args.contains("output") ? args["output"].get<std::string>() : split.second;
     const std::string to = args.at("to").get<std::string>(), input = args.at("input").get<std::string>();
@@ -280,6 +199,14 @@ ToolResult setParams(McpTools& tools, const nlohmann::json& args) {
 
 }  // namespace
 
+nlohmann::json placementFields() {
+    return {{"after", field("string", "Insert the new node after this node: it takes that node's output and feeds what it fed.")},
+            {"before", field("string", "Insert the new node before this node, into its first input.")},
+            {"inputs", {{"type", "object"},
+                        {"additionalProperties", {{"type", "string"}}},
+                        {"description", "Connect inputs explicitly instead: {\"input\": \"node\" or \"node.output\"}."}}}};
+}
+
 void registerGraphTools(McpTools& tools) {
     tools.add({"get_graph", "Get the graph",
                "Gives the groom's node graph: each node's name, type, the params it sets away from their defaults and "
@@ -295,11 +222,9 @@ void registerGraphTools(McpTools& tools) {
                              {"type", field("string", "The node type (list_nodes), e.g. \"Curl\", or a library node \"node:<id>\".")},
                              {"name", field("string", "The new node's name (default: from its type, made unique).")},
                              {"params", field("object", "Params to set on it: {\"param\": value}. Lengths are scene units of this scalp.")},
-                             {"after", field("string", "Insert the new node after this node: it takes that node's output and feeds what it fed.")},
-                             {"before", field("string", "Insert the new node before this node, into its first input.")},
-                             {"inputs", {{"type", "object"},
-                                         {"additionalProperties", {{"type", "string"}}},
-                                         {"description", "Connect inputs explicitly instead: {\"input\": \"node\" or \"node.output\"}."}}}},
+                             {"after", placementFields()["after"]},
+                             {"before", placementFields()["before"]},
+                             {"inputs", placementFields()["inputs"]}},
                             {"type"}),
                addNode});
     tools.add({"remove_node", "Remove a node",

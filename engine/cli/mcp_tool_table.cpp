@@ -3,6 +3,8 @@
 
 #include "cli/mcp_graph_tools.h"
 #include "cli/mcp_groom_tools.h"
+#include "cli/mcp_output_tools.h"
+#include "cli/mcp_script_tools.h"
 #include "cli/mcp_tools.h"
 
 namespace tressora::cli {
@@ -11,7 +13,9 @@ void registerTools(McpTools& tools) {
     registerSampleMeshTool(tools);  // after list_nodes, describe_node and list_presets
     registerGroomTools(tools);      // new_groom, open_groom, list_grooms
     registerGraphTools(tools);      // after apply_preset: get_graph ... set_params
-    registerUndoTool(tools);        // after the graph, guide and script tools
+    registerScriptTools(tools);     // after the guide tools: add_script_node, save_node
+    registerUndoTool(tools);
+    registerOutputTools(tools);     // evaluate, render_preview, save_groom, export
 }
 
 }  // namespace tressora::cli

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <new>
 
+#include <unistd.h>
+
 #include "core/file_replace.h"
 #include "core/guide_hierarchy.h"
 #include "core/guide_set.h"
@@ -79,6 +81,18 @@ nlohmann::json groomField() {
 }
 
 double rounded(double x) { return std::round(x * 10000.0) / 10000.0; }
+
+double scalpSize(const OpenGroom& groom) {
+    const std::shared_ptr<const ScalpMesh>& scalp = groom.session->scalp();
+    if (!scalp || scalp->pointCount() == 0) return 0.0;
+    Vec3f lo = scalp->points()[0], hi = lo;
+    for (const Vec3f& p : scalp->points())
+        for (int k = 0; k < 3; ++k) {
+            lo[k] = std::min(lo[k], p[k]);
+            hi[k] = std::max(hi[k], p[k]);
+        }
+    return std::max({hi.x - lo.x, hi.y - lo.y, hi.z - lo.z});
+}
 
 McpTools::McpTools(std::string root, const std::string& exeFolder) : root_(std::move(root)) {
     folders_.presets = resourceFolder(exeFolder, "presets");
@@ -202,6 +216,12 @@ std::string McpTools::pathForWriting(const std::string& path) const {
     const std::string canonical = pathForReading(path);
     std::error_code error;
     if (fs::is_directory(fromUtf8(canonical), error)) throw ToolError("'" + path + "' is a folder: give a file name");
+    // A rename would replace a read-only file all the same: refuse it, as its owner protected
+    // it. The mode is read too, since access() grants everything to the superuser.
+    const fs::file_status status = fs::status(fromUtf8(canonical), error);
+    if (fs::exists(status) && (::access(canonical.c_str(), W_OK) != 0 ||
+                               (status.permissions() & fs::perms::owner_write) == fs::perms::none))
+        throw ToolError("cannot write '" + path + "': the file is read-only");
     fs::create_directories(fromUtf8(canonical).parent_path(), error);
     return canonical;
 }
@@ -247,6 +267,20 @@ std::string McpTools::readFile(const std::string& path, std::uint64_t limit, con
     std::string text(static_cast<std::size_t>(size), '\0');
     if (!in.read(text.data(), static_cast<std::streamsize>(size))) throw ToolError("cannot read '" + path + "'");
     return text;
+}
+
+void McpTools::writeFile(const std::string& path, std::string_view bytes) {
+    const std::string temporary = path + ".tmp";
+    bool written = false;
+    {
+        std::ofstream out(fromUtf8(temporary), std::ios::binary | std::ios::trunc);
+        written = out && out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) && out.flush();
+    }
+    if (!written || !replaceFile(temporary, path).empty()) {
+        std::error_code ignored;
+        fs::remove(fromUtf8(temporary), ignored);
+        throw ToolError("cannot write '" + path + "'");
+    }
 }
 
 void McpTools::edit(OpenGroom& groom, const std::string& label,

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -82,8 +83,8 @@ public:
     /// The groom the `groom` argument names, or the only one open. ToolError otherwise.
     OpenGroom& findGroom(const nlohmann::json& arguments);
     /// A path inside the root for reading or writing, canonical, UTF-8. ToolError when it is
-    /// empty, holds a NUL, lies outside the root, or (writing) is a folder; writing creates
-    /// the parent folders.
+    /// empty, holds a NUL, lies outside the root, or (writing) is a folder or a file that may not
+    /// be written; writing creates the parent folders.
     std::string pathForReading(const std::string& path) const;
     std::string pathForWriting(const std::string& path) const;
     /// A canonical path as results show it: relative to the root with forward slashes.
@@ -92,6 +93,9 @@ public:
     void checkFileReferences(const nlohmann::json& value) const;
     /// A whole file, refused past `limit` bytes.
     static std::string readFile(const std::string& path, std::uint64_t limit, const std::string& tooBig = {});
+    /// Writes bytes to "<path>.tmp" and renames that over `path` when whole, so a failed
+    /// write leaves an old file as it was. ToolError "cannot write '<path>'".
+    static void writeFile(const std::string& path, std::string_view bytes);
 
     /// The edit step: `change` gets copies of the groom's graph and guides texts and changes
     /// them (or throws: nothing changes). A change that loads is recorded for undo as `label`.
@@ -124,6 +128,9 @@ nlohmann::json objectSchema(nlohmann::json properties, const std::vector<std::st
 nlohmann::json field(const std::string& type, const std::string& description);
 /// The shared `groom` argument.
 nlohmann::json groomField();
+
+/// The largest side of the groom's scalp's bounding box; 0 without a scalp.
+double scalpSize(const OpenGroom& groom);
 
 /// Coordinates in results: round(x * 10000) / 10000.
 double rounded(double x);

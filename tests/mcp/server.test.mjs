@@ -69,7 +69,8 @@ test('the official client connects, lists the tools and calls each', async () =>
   assert.equal(client.getServerVersion().name, 'tressora');
   const { tools } = await client.listTools();
   assert.deepEqual(tools.map((t) => t.name), ['list_sample_meshes', 'new_groom', 'open_groom', 'list_grooms', 'get_graph',
-    'add_node', 'remove_node', 'connect', 'disconnect', 'set_params', 'undo']);
+    'add_node', 'remove_node', 'connect', 'disconnect', 'set_params', 'add_script_node', 'save_node', 'undo', 'evaluate',
+    'render_preview', 'save_groom', 'export']);
 
   const samples = JSON.parse((await client.callTool({ name: 'list_sample_meshes', arguments: {} })).content[0].text);
   assert.deepEqual(samples.meshes.map((m) => m.name), ['buddy', 'manny', 'nika', 'wolf']);

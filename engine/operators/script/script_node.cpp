@@ -38,6 +38,13 @@ std::vector<ScriptParamDecl> headerDecls(const nlohmann::json& params) {
     return decls;
 }
 
+std::vector<std::string> writesOf(const nlohmann::json& definition) {
+    std::vector<std::string> writes;
+    for (const nlohmann::json& w : definition.value("writes", nlohmann::json::array({"P"})))
+        writes.push_back(w.get<std::string>());
+    return writes;
+}
+
 /// A ramp as a curve of straight segments through samples of it.
 ExpressionCurve rampCurve(const Ramp& ramp) {
     std::vector<CurveKey> keys(kRampSamples + 1);
@@ -127,12 +134,9 @@ public:
         // A script that does not compile still makes a node: it runs as a pass-through and says why.
         program_.reset();
         compileError_.clear();
-        std::vector<std::string> writes;
-        for (const nlohmann::json& w : definition_.value("writes", nlohmann::json::array({"P"})))
-            writes.push_back(w.get<std::string>());
         try {
             program_ = std::make_shared<const ScriptProgram>(
-                compileScript(definition_.value("script", ""), decls_, writes));
+                compileScript(definition_.value("script", ""), decls_, writesOf(definition_)));
         } catch (const ScriptError& e) {
             compileError_ = e.what();
         }
@@ -230,6 +234,13 @@ private:
 };
 
 }  // namespace
+
+void compileScriptNode(const nlohmann::json& definition) {
+    const NodeFile file = checkNodeFile(definition);
+    if (file.kind != NodeFileKind::Script) throw GraphError("a Script node's definition holds a \"script\", not a \"graph\"");
+    compileScript(file.document.value("script", ""), headerDecls(file.document.value("params", nlohmann::json::array())),
+                  writesOf(file.document));
+}
 
 void registerScriptOperator(OperatorRegistry& registry) {
     OperatorInfo info;
