@@ -31,8 +31,14 @@ if [ "${#missing[@]}" -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-# The MCP client SDK and inspector the agent server's tests drive, at the versions of the lock.
+# The npm packages of the tests, at the versions of their locks: the MCP client SDK and inspector
+# the agent server's tests drive, and the independent USD text parser the io tests read layers with.
 here=$(cd "$(dirname "$0")/.." && pwd)
-if [ ! -d "$here/tests/mcp/node_modules/@modelcontextprotocol/sdk" ] && command -v npm >/dev/null; then
-  (cd "$here/tests/mcp" && npm ci --no-audit --no-fund --loglevel=error)
+if command -v npm >/dev/null; then
+  for pair in "tests/mcp:pngjs" "tests/io/usda_check:@kroxilon/usda-parser"; do
+    dir="$here/${pair%%:*}"
+    if [ ! -d "$dir/node_modules/${pair#*:}" ]; then
+      (cd "$dir" && npm ci --no-audit --no-fund --loglevel=error)
+    fi
+  done
 fi

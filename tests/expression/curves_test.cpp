@@ -7,7 +7,6 @@
 #include <limits>
 
 #include "expression_test_util.h"
-#include "reference_formulas.h"
 
 namespace tressora {
 namespace {
@@ -25,10 +24,10 @@ TEST(ExpressionCurves, EachInterpolationRunsFromItsLeftKey) {
     EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 1, 1, 1, 1)", 0.3f), 0.3f);
     EXPECT_FLOAT_EQ(at("curve(t, 0, 2, 0, 1, 5, 0)", 0.7f), 2);
     EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 2, 1, 1, 2)", 0.25f), 0.15625f);
-    // Catmull-Rom with the end neighbours clamped to the end keys.
-    const auto segment = testing::referenceCatmullRom;
-    EXPECT_NEAR(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 0.5f), segment(0, 0, 1, 4, 0.5), 1e-6);
-    EXPECT_NEAR(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 1.5f), segment(0, 1, 4, 4, 0.5), 1e-6);
+    // Catmull-Rom with the end neighbours clamped to the end keys: halfway along the segments
+    // (0, 0, 1, 4) and (0, 1, 4, 4).
+    EXPECT_NEAR(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 0.5f), 0.3125, 1e-6);
+    EXPECT_NEAR(at("curve(t, 0, 0, 3, 1, 1, 3, 2, 4, 3)", 1.5f), 2.5625, 1e-6);
     // Mixed: the segment after a held key holds, the one after a linear key is straight.
     EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 1, 1, 1, 0, 2, 3, 1)", 0.5f), 0.5f);
     EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 1, 1, 1, 0, 2, 3, 1)", 1.5f), 1);
@@ -67,8 +66,6 @@ TEST(ExpressionCurves, KeysAreSortedAndMayComeInPairs) {
         EXPECT_FLOAT_EQ(at("curve(t, 0, 0, 1, 2)", t), 2 * t);
         EXPECT_FLOAT_EQ(at("linearcurve(t, 1, 2, 0, 0)", t), 2 * t);
     }
-    const auto pairs = compileEither("curve(t, 0, 0, 1, 2)");
-    EXPECT_EQ(pairs->program().back().code, 106);
     // Keys may come from the node's own variables.
     const std::vector<ExpressionVariable> vars = {testing::numberVariable("lo", 2), testing::numberVariable("hi", 4)};
     ExpressionEnvironment env;

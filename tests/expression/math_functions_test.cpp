@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "expression_test_util.h"
-#include "reference_formulas.h"
+#include "core/hash.h"
 
 namespace tressora {
 namespace {
@@ -114,35 +114,34 @@ TEST(ExpressionMath, ShapingCurvesFollowTheirClosedForms) {
 }
 
 TEST(ExpressionMath, SplineIsCatmullRomThroughTheInnerValues) {
-    const auto segment = testing::referenceCatmullRom;
     expectNear({
         {"spline(0, 5, 1, 2, 7)", 1},
         {"spline(1, 5, 1, 2, 7)", 2},
         {"spline(-3, 5, 1, 2, 7)", 1},
         {"spline(0.5, 0, 1, 2, 3)", 1.5},
         {"spline(0.5, 0, 0, 1, 1)", 0.5},
-        {"spline(0.3, 0, 1, 4, 9, 16, 25)", segment(0, 1, 4, 9, 0.9)},
-        {"spline(0.8, 0, 1, 4, 9, 16, 25)", segment(4, 9, 16, 25, 0.4)},
+        {"spline(0.3, 0, 1, 4, 9, 16, 25)", 3.61},   // the segment from 1 to 4, at 0.9
+        {"spline(0.8, 0, 1, 4, 9, 16, 25)", 11.56},  // the segment from 9 to 16, at 0.4
     }, 1e-5);
 }
 
 TEST(ExpressionMath, HashAndRandFollowTheirDefinitions) {
+    // hash folds the bits of its arguments into a fixed start; rand(seed) folds the seed into
+    // the strand's own draw.
     std::uint64_t h = 0xEE83BFC8A6DE0083ull;
-    for (float v : {1.5f, -2.0f, 0.0f}) h = testing::referenceHashCombine(h, testing::bitsOf(v));
-    EXPECT_EQ(eval("hash(1.5, -2, -0)"), static_cast<float>(h >> 40) * 5.9604645e-8f);
+    for (float v : {1.5f, -2.0f, 0.0f}) h = combine(h, floatBits(v));
+    EXPECT_EQ(eval("hash(1.5, -2, -0)"), unitFromBits(h));
     EXPECT_EQ(eval("hash(0)"), eval("hash(-0)"));
     EXPECT_NE(eval("hash(1, 2)"), eval("hash(2, 1)"));
 
     ExpressionEnvironment env;
     env[kSlotRand] = 0.37f;
-    const std::uint64_t seedHash =
-        testing::referenceHashCombine(testing::referenceMix64(testing::bitsOf(0.37f)), testing::bitsOf(5.0f));
-    const float seeded = static_cast<float>(seedHash >> 40) * 5.9604645e-8f;
+    const float seeded = unitFromBits(combine(hash64(floatBits(0.37f)), floatBits(5.0f)));
     EXPECT_EQ(eval("rand()", env), 0.37f);
+    EXPECT_EQ(eval("rand", env), 0.37f);  // the slot itself
     EXPECT_EQ(eval("rand(5)", env), seeded);
     EXPECT_FLOAT_EQ(eval("rand(2, 4)", env), 2 + 2 * 0.37f);
     EXPECT_FLOAT_EQ(eval("rand(2, 4, 5)", env), 2 + 2 * seeded);
-    EXPECT_EQ(eval("rand", env), 0.37f);  // the slot itself
 }
 
 TEST(ExpressionMath, SelectionFunctions) {

@@ -13,10 +13,10 @@
 
 namespace tressora::testops {
 
-inline ParamSpec floatParam(const std::string& name, double def, const std::string& description = "") {
+inline ParamSpec param(const std::string& name, ParamValue def, const std::string& description = "") {
     ParamSpec s;
     s.name = name;
-    s.defaultValue = def;
+    s.defaultValue = std::move(def);
     s.description = description;
     return s;
 }
@@ -27,15 +27,11 @@ public:
     std::string type() const override { return "Grow"; }
     std::vector<Port> inputs() const override { return {}; }
     std::vector<ParamSpec> params() const override {
-        ParamSpec count;
-        count.name = "count";
-        count.defaultValue = std::int64_t{4};
+        ParamSpec count = param("count", std::int64_t{4});
         count.topology = true;
-        ParamSpec pts = count;
-        pts.name = "points";
-        pts.defaultValue = std::int64_t{3};
-        ParamSpec pad = floatParam("padding", 0.0);  // bytes-per-strand knob for eviction tests
-        return {count, pts, floatParam("height", 1.0), pad};
+        ParamSpec pts = param("points", std::int64_t{3});
+        pts.topology = true;
+        return {count, pts, param("height", 1.0), param("padding", 0.0)};
     }
     Value evaluate(EvalContext&, const std::vector<Value>&) override {
         auto set = std::make_shared<StrandSet>();
@@ -80,11 +76,9 @@ public:
     std::string type() const override { return "Shift"; }
     std::vector<Port> inputs() const override { return {{"strands", PortType::Strands}}; }
     std::vector<ParamSpec> params() const override {
-        ParamSpec mode;
-        mode.name = "mode";
-        mode.defaultValue = std::string("x");
+        ParamSpec mode = param("mode", std::string("x"));
         mode.choices = {"x", "y"};
-        return {floatParam("amount", 1.0, "How far (mappable)"), mode};
+        return {param("amount", 1.0, "How far (mappable)"), mode};
     }
     std::string role() const override { return "shape"; }
     Value evaluate(EvalContext&, const std::vector<Value>& in) override {
@@ -104,12 +98,7 @@ class Drop : public Operator {
 public:
     std::string type() const override { return "Drop"; }
     std::vector<Port> inputs() const override { return {{"strands", PortType::Strands}}; }
-    std::vector<ParamSpec> params() const override {
-        ParamSpec keep;
-        keep.name = "keep";
-        keep.defaultValue = std::int64_t{1};
-        return {keep};
-    }
+    std::vector<ParamSpec> params() const override { return {param("keep", std::int64_t{1})}; }
     Value evaluate(EvalContext& context, const std::vector<Value>& in) override {
         const auto strands = in.at(0).as<StrandSet>();
         std::vector<std::size_t> idx;
@@ -156,7 +145,7 @@ public:
     std::string type() const override { return "Number"; }
     std::vector<Port> inputs() const override { return {}; }
     Port output() const override { return {"value", PortType::Value, false, ValueKind::Number}; }
-    std::vector<ParamSpec> params() const override { return {floatParam("value", 0.25)}; }
+    std::vector<ParamSpec> params() const override { return {param("value", 0.25)}; }
     Value evaluate(EvalContext&, const std::vector<Value>&) override {
         return Value(std::make_shared<const UniformValue>(UniformValue::number(paramValues.getFloat("value", 0))));
     }
@@ -179,7 +168,7 @@ public:
     std::string type() const override { return "Constant"; }
     std::vector<Port> inputs() const override { return {}; }
     Port output() const override { return {"field", PortType::Field}; }
-    std::vector<ParamSpec> params() const override { return {floatParam("value", 0.5)}; }
+    std::vector<ParamSpec> params() const override { return {param("value", 0.5)}; }
     Value evaluate(EvalContext&, const std::vector<Value>&) override {
         return Value(std::make_shared<const ConstantFieldValue>(float(paramValues.getFloat("value", 0))));
     }
@@ -196,10 +185,7 @@ public:
     }
     std::vector<ParamSpec> params() const override {
         if (type_ != "Resample") return {};
-        ParamSpec s;
-        s.name = "segments";
-        s.defaultValue = std::int64_t{0};
-        return {s};
+        return {param("segments", std::int64_t{0})};
     }
     Value evaluate(EvalContext&, const std::vector<Value>& in) override { return in.empty() ? Value() : in[0]; }
 

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "core/errors.h"
+#include "core/expect_text.h"
 #include "groom/groom_export.h"
 #include "groom/sample_groom.h"
 #include "groom/scene_caches.h"
@@ -88,12 +89,7 @@ TEST(GroomExport, TheWriteStageChecksTheRequestInItsOwnWords) {
         ExportRequest request;
         request.output = dir.file("x.abc");
         change(request);
-        try {
-            exportFrames(session, request);
-            ADD_FAILURE() << "accepted; expected " << text;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_EQ(std::string(e.what()), text);
-        }
+        EXPECT_EQ(testing::failureText<std::invalid_argument>([&] { exportFrames(session, request); }), text);
     };
     expectRefused([](ExportRequest& r) { r.output.clear(); }, "no output file");
     expectRefused([](ExportRequest& r) { r.step = 0; }, "the frame step must be positive");
@@ -154,19 +150,11 @@ TEST(SceneCaches, ScalpCachesMustFitTheScalp) {
     writeScalpCache(dir.file("few.abc"), 5);
     GroomScene scene = sproutScene();
     scene.scalpCache.file = dir.file("few.abc");
-    try {
-        attachSceneCaches(scene);
-        ADD_FAILURE() << "a cache of 5 points was taken for a scalp of 9";
-    } catch (const GroomFileError& e) {
-        EXPECT_EQ(std::string(e.what()), "scalp cache '" + dir.file("few.abc") + "' has 5 points; the groom's scalp has 9");
-    }
+    EXPECT_EQ(testing::failureText<GroomFileError>([&] { attachSceneCaches(scene); }),
+              "scalp cache '" + dir.file("few.abc") + "' has 5 points; the groom's scalp has 9");
     scene.scalp = {};
-    try {
-        attachSceneCaches(scene);
-        ADD_FAILURE() << "a scalp cache without scalp was taken";
-    } catch (const GroomFileError& e) {
-        EXPECT_EQ(std::string(e.what()), "the groom file has a scalp cache but no scalp");
-    }
+    EXPECT_EQ(testing::failureText<GroomFileError>([&] { attachSceneCaches(scene); }),
+              "the groom file has a scalp cache but no scalp");
     scene = sproutScene();
     scene.scalpCache = {dir.file("few.abc"), "collar", 0.0};
     EXPECT_THROW(attachSceneCaches(scene), AlembicError);

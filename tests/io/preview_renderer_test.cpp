@@ -6,6 +6,7 @@
 
 #include <cmath>
 
+#include "io/io_test_support.h"
 #include "io/preview_renderer.h"
 #include "maps/image_file.h"
 
@@ -116,26 +117,23 @@ TEST(PreviewRenderer, ColoursComeFromTheStrandsAndTheScalpIsDrawnAlone) {
 }
 
 TEST(PreviewRenderer, Refusals) {
-    const auto message = [](PreviewRequest r) -> std::string {
-        try {
-            renderPreview(nullptr, nullptr, r);
-        } catch (const std::invalid_argument& e) {
-            return e.what();
-        }
-        return "(none)";
+    struct Case {
+        int size;
+        std::vector<std::string> views;
+        std::string error;
     };
-    PreviewRequest r;
-    r.size = 63;
-    EXPECT_EQ(message(r), "size must be between 64 and 1024 pixels");
-    r.size = 1025;
-    EXPECT_EQ(message(r), "size must be between 64 and 1024 pixels");
-    r.size = 256;
-    r.views = {};
-    EXPECT_EQ(message(r), "no views");
-    r.views = std::vector<std::string>(7, "front");
-    EXPECT_EQ(message(r), "at most 6 views in one image");
-    r.views = {"front", "underneath"};
-    EXPECT_EQ(message(r), "unknown view 'underneath' (front, side, back, three_quarter, top)");
+    for (const Case& c : std::vector<Case>{{63, {"front"}, "size must be between 64 and 1024 pixels"},
+                                           {1025, {"front"}, "size must be between 64 and 1024 pixels"},
+                                           {256, {}, "no views"},
+                                           {256, std::vector<std::string>(7, "front"), "at most 6 views in one image"},
+                                           {256, {"front", "underneath"},
+                                            "unknown view 'underneath' (front, side, back, three_quarter, top)"}}) {
+        PreviewRequest r;
+        r.size = c.size;
+        r.views = c.views;
+        EXPECT_THROW(renderPreview(nullptr, nullptr, r), std::invalid_argument) << c.error;
+        EXPECT_EQ(tressora::testing::errorText([&] { renderPreview(nullptr, nullptr, r); }), c.error);
+    }
 }
 
 }  // namespace

@@ -5,17 +5,18 @@
 #include "io/instance_transform.h"
 #include "io/usd_writer.h"
 #include "io_test_support.h"
-#include "usda_text.h"
+#include "usda_layer.h"
 
 namespace tressora {
 namespace {
 
-using testing::parseUsda;
-using testing::readTextFile;
+using testing::readUsda;
 using testing::smallSet;
 using testing::TempFolder;
-using testing::UsdaLayer;
-using testing::UsdaPrim;
+using testing::usdaNumbers;
+using testing::usdaSample;
+using testing::usdaSampledNames;
+using Json = testing::UsdaJson;
 
 /// The rotation of unit quaternion (w, x, y, z) applied to v.
 Vec3f rotate(const std::array<float, 4>& q, Vec3f v) {
@@ -85,11 +86,11 @@ PrototypeLookup leafLookup() {
     };
 }
 
-std::vector<double> sample(const UsdaPrim& prim, const std::string& name, std::size_t frame) {
-    return prim.samples(name).value.samples.at(frame).second.numbers();
-}
+const Json& attribute(const Json& prim, const std::string& name) { return prim.at("attributes").at(name); }
 
-TEST(UsdWriter, InstancerKeepsRigidInstancesWhosePrototypeNameHolds) {
+class UsdInstances : public testing::UsdaTest {};
+
+TEST_F(UsdInstances, InstancerKeepsRigidInstancesWhosePrototypeNameHolds) {
     TempFolder folder;
     const std::string path = folder.file("instances.usda");
     {
@@ -111,44 +112,43 @@ TEST(UsdWriter, InstancerKeepsRigidInstancesWhosePrototypeNameHolds) {
             writer.writeFrame(f + 1, set);
         }
     }
-    const UsdaLayer layer = parseUsda(readTextFile(path));
-    const UsdaPrim& curves = layer.prim("/groom/strands");
-    EXPECT_EQ(curves.attribute("visibility").value.text, "invisible");
-    const UsdaPrim& instancer = layer.prim("/groom/instances");
-    EXPECT_EQ(instancer.type, "PointInstancer");
-    EXPECT_EQ(instancer.sampledNames(),
+    const Json layer = readUsda(path);
+    const Json& prims = layer.at("prims");
+    EXPECT_EQ(attribute(prims.at("/groom/strands"), "visibility").at("value"), "invisible");
+    const Json& instancer = prims.at("/groom/instances");
+    EXPECT_EQ(instancer.at("type"), "PointInstancer");
+    EXPECT_EQ(usdaSampledNames(instancer),
               (std::vector<std::string>{"protoIndices", "positions", "orientations", "scales", "ids"}));
-    EXPECT_EQ(instancer.samples("orientations").type(), "quath[]");
-    const auto& targets = instancer.attribute("prototypes").value.items;
+    EXPECT_EQ(attribute(instancer, "orientations").at("type"), "quath[]");
+    const Json& targets = attribute(instancer, "prototypes").at("value");
     ASSERT_EQ(targets.size(), 3u);
-    EXPECT_EQ(targets[1].text, "/groom/instances/prototypes/my_flower");
+    EXPECT_EQ(targets[1], "/groom/instances/prototypes/my_flower");
 
-    EXPECT_EQ(sample(instancer, "protoIndices", 0), (std::vector<double>{0, 1, 2, 0}));
-    EXPECT_EQ(sample(instancer, "protoIndices", 1), (std::vector<double>{0, 2, 0}));
-    EXPECT_EQ(sample(instancer, "positions", 1), (std::vector<double>{1, 0, 0, 3, 0, 0, 4, 0, 0}));
-    EXPECT_EQ(sample(instancer, "orientations", 1), (std::vector<double>{1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}));
+    EXPECT_EQ(usdaSample(instancer, "protoIndices", 0), (std::vector<double>{0, 1, 2, 0}));
+    EXPECT_EQ(usdaSample(instancer, "protoIndices", 1), (std::vector<double>{0, 2, 0}));
+    EXPECT_EQ(usdaSample(instancer, "positions", 1), (std::vector<double>{1, 0, 0, 3, 0, 0, 4, 0, 0}));
+    EXPECT_EQ(usdaSample(instancer, "orientations", 1), (std::vector<double>{1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}));
     // Ids stay distinct for several instances on one strand, and equal from frame to frame.
-    const std::vector<double> ids0 = sample(instancer, "ids", 0), ids1 = sample(instancer, "ids", 1);
+    const std::vector<double> ids0 = usdaSample(instancer, "ids", 0), ids1 = usdaSample(instancer, "ids", 1);
     EXPECT_EQ(ids0[0], 10);
     EXPECT_NE(ids0[1], ids0[2]);
     EXPECT_EQ(ids1[1], ids0[2]);
     EXPECT_EQ(ids0[3], 11);
 
-    const UsdaPrim& prototypes = instancer.child("prototypes");
-    EXPECT_EQ(prototypes.type, "Scope");
-    const UsdaPrim& mesh = prototypes.child("leaf");
-    EXPECT_EQ(mesh.type, "Mesh");
-    EXPECT_EQ(mesh.metadata.at("doc").text, "Tressora prototype 'leaf'");
-    EXPECT_EQ(mesh.attribute("faceVertexIndices").value.numbers(), (std::vector<double>{0, 1, 2, 1, 3, 2}));
-    EXPECT_EQ(mesh.attribute("extent").value.numbers(), (std::vector<double>{0, 0, 0, 1, 1, 0}));
-    EXPECT_EQ(mesh.attribute("primvars:st").metadata.at("interpolation").text, "vertex");
-    const UsdaPrim& placeholder = prototypes.child("my_flower");
-    EXPECT_EQ(placeholder.type, "Xform");
-    EXPECT_EQ(placeholder.metadata.at("doc").text, "Tressora prototype 'my flower': reference its geometry here");
-    EXPECT_FALSE(layer.prim("/groom").hasChild("scales"));
+    EXPECT_EQ(prims.at("/groom/instances/prototypes").at("type"), "Scope");
+    const Json& mesh = prims.at("/groom/instances/prototypes/leaf");
+    EXPECT_EQ(mesh.at("type"), "Mesh");
+    EXPECT_EQ(mesh.at("metadata").at("doc"), "Tressora prototype 'leaf'");
+    EXPECT_EQ(usdaNumbers(attribute(mesh, "faceVertexIndices").at("value")), (std::vector<double>{0, 1, 2, 1, 3, 2}));
+    EXPECT_EQ(usdaNumbers(attribute(mesh, "extent").at("value")), (std::vector<double>{0, 0, 0, 1, 1, 0}));
+    EXPECT_EQ(attribute(mesh, "primvars:st").at("metadata").at("interpolation"), "vertex");
+    const Json& placeholder = prims.at("/groom/instances/prototypes/my_flower");
+    EXPECT_EQ(placeholder.at("type"), "Xform");
+    EXPECT_EQ(placeholder.at("metadata").at("doc"), "Tressora prototype 'my flower': reference its geometry here");
+    EXPECT_FALSE(prims.contains("/groom/scales"));
 }
 
-TEST(UsdWriter, NoRigidInstanceMeansNoInstancer) {
+TEST_F(UsdInstances, NoRigidInstanceMeansNoInstancer) {
     TempFolder folder;
     const std::string path = folder.file("bent.usda");
     {
@@ -162,9 +162,9 @@ TEST(UsdWriter, NoRigidInstanceMeansNoInstancer) {
         set.setInstances(instances);
         writer.writeFrame(1, set);
     }
-    const UsdaLayer layer = parseUsda(readTextFile(path));
-    EXPECT_FALSE(layer.prim("/groom").hasChild("instances"));
-    for (const auto& attribute : layer.prim("/groom/strands").attributes) EXPECT_NE(attribute.name, "visibility");
+    const Json layer = readUsda(path);
+    EXPECT_FALSE(layer.at("prims").contains("/groom/instances"));
+    EXPECT_FALSE(layer.at("prims").at("/groom/strands").at("attributes").contains("visibility"));
 }
 
 /// A set whose instances bake into a scale mesh; one triangle is left to no record.
@@ -186,7 +186,7 @@ std::pair<StrandSet, ScaleMesh> scaledFrame(const std::vector<std::string>& name
     return {set, mesh};
 }
 
-TEST(UsdWriter, ScaleMeshAndScaleInstancerCarryTheRecords) {
+TEST_F(UsdInstances, ScaleMeshAndScaleInstancerCarryTheRecords) {
     TempFolder folder;
     const std::string path = folder.file("scales.usda");
     {
@@ -200,44 +200,45 @@ TEST(UsdWriter, ScaleMeshAndScaleInstancerCarryTheRecords) {
         writer.writeFrame(2, renamed, nullptr, &mesh2);
         writer.writeFrame(3, smallSet(), nullptr, nullptr);
     }
-    const UsdaLayer layer = parseUsda(readTextFile(path));
-    EXPECT_FALSE(layer.prim("/groom").hasChild("instances"));
-    const UsdaPrim& scales = layer.prim("/groom/scales");
-    EXPECT_EQ(scales.type, "Mesh");
-    EXPECT_EQ(scales.attribute("subdivisionScheme").value.text, "none");
-    EXPECT_EQ(scales.sampledNames(),
+    const Json layer = readUsda(path);
+    const Json& prims = layer.at("prims");
+    EXPECT_FALSE(prims.contains("/groom/instances"));
+    const Json& scales = prims.at("/groom/scales");
+    EXPECT_EQ(scales.at("type"), "Mesh");
+    EXPECT_EQ(attribute(scales, "subdivisionScheme").at("value"), "none");
+    EXPECT_EQ(usdaSampledNames(scales),
               (std::vector<std::string>{"faceVertexCounts", "faceVertexIndices", "points", "extent", "normals",
                                         "primvars:st", "primvars:displayColor", "primvars:scaleColor",
                                         "primvars:scaleRootColor", "primvars:scaleId", "primvars:scaleUV",
                                         "primvars:scaleVariant"}));
-    EXPECT_EQ(sample(scales, "faceVertexCounts", 0), (std::vector<double>{3, 3, 3, 3}));
-    EXPECT_EQ(sample(scales, "faceVertexIndices", 0), (std::vector<double>{0, 1, 2, 1, 3, 2, 4, 5, 6, 5, 7, 6}));
-    EXPECT_EQ(sample(scales, "extent", 0), (std::vector<double>{0, 0, 0, 3, 1, 0}));
-    EXPECT_EQ(sample(scales, "normals", 0).size(), 8u * 3u);
-    EXPECT_EQ(sample(scales, "normals", 0)[2], 1.0);
-    EXPECT_EQ(sample(scales, "primvars:scaleColor", 0), sample(scales, "primvars:displayColor", 0));
-    EXPECT_EQ(sample(scales, "primvars:scaleId", 0), (std::vector<double>{0.25, 0.25, 0.75, 0.25}));
-    EXPECT_EQ(sample(scales, "primvars:scaleRootColor", 0),
+    EXPECT_EQ(usdaSample(scales, "faceVertexCounts", 0), (std::vector<double>{3, 3, 3, 3}));
+    EXPECT_EQ(usdaSample(scales, "faceVertexIndices", 0), (std::vector<double>{0, 1, 2, 1, 3, 2, 4, 5, 6, 5, 7, 6}));
+    EXPECT_EQ(usdaSample(scales, "extent", 0), (std::vector<double>{0, 0, 0, 3, 1, 0}));
+    EXPECT_EQ(usdaSample(scales, "normals", 0).size(), 8u * 3u);
+    EXPECT_EQ(usdaSample(scales, "normals", 0)[2], 1.0);
+    EXPECT_EQ(usdaSample(scales, "primvars:scaleColor", 0), usdaSample(scales, "primvars:displayColor", 0));
+    EXPECT_EQ(usdaSample(scales, "primvars:scaleId", 0), (std::vector<double>{0.25, 0.25, 0.75, 0.25}));
+    EXPECT_EQ(usdaSample(scales, "primvars:scaleRootColor", 0),
               (std::vector<double>{1, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 0}));
-    EXPECT_EQ(sample(scales, "primvars:scaleUV", 0), (std::vector<double>{0, 0, 0, 0, 0.5, 0.125, 0, 0}));
-    EXPECT_EQ(sample(scales, "primvars:scaleVariant", 0), (std::vector<double>{0, 0, 1, 0}));
-    EXPECT_EQ(scales.attributeMetadata("primvars:scaleId").at("interpolation").text, "uniform");
+    EXPECT_EQ(usdaSample(scales, "primvars:scaleUV", 0), (std::vector<double>{0, 0, 0, 0, 0.5, 0.125, 0, 0}));
+    EXPECT_EQ(usdaSample(scales, "primvars:scaleVariant", 0), (std::vector<double>{0, 0, 1, 0}));
+    EXPECT_EQ(attribute(scales, "primvars:scaleId").at("metadata").at("interpolation"), "uniform");
     // A frame without a scale mesh still has every attribute, empty.
-    EXPECT_TRUE(sample(scales, "points", 2).empty());
-    EXPECT_TRUE(sample(scales, "extent", 2).empty());
+    EXPECT_TRUE(usdaSample(scales, "points", 2).empty());
+    EXPECT_TRUE(usdaSample(scales, "extent", 2).empty());
 
-    const UsdaPrim& instancer = layer.prim("/groom/scaleInstances");
-    EXPECT_EQ(instancer.attribute("prototypes").value.items.at(1).text, "/groom/scaleInstances/prototypes/bud");
-    EXPECT_EQ(instancer.child("prototypes").child("bud").type, "Mesh");
-    EXPECT_EQ(sample(instancer, "protoIndices", 0), (std::vector<double>{0, 1}));
-    EXPECT_EQ(sample(instancer, "protoIndices", 1), (std::vector<double>{0}));  // "bud" became "twig"
-    EXPECT_EQ(sample(instancer, "ids", 0), (std::vector<double>{10, 11}));
-    EXPECT_EQ(sample(instancer, "primvars:scaleId", 0), (std::vector<double>{0.25, 0.75}));
-    EXPECT_EQ(instancer.attributeMetadata("primvars:scaleUV").at("interpolation").text, "vertex");
-    EXPECT_TRUE(sample(instancer, "positions", 2).empty());
+    const Json& instancer = prims.at("/groom/scaleInstances");
+    EXPECT_EQ(attribute(instancer, "prototypes").at("value").at(1), "/groom/scaleInstances/prototypes/bud");
+    EXPECT_EQ(prims.at("/groom/scaleInstances/prototypes/bud").at("type"), "Mesh");
+    EXPECT_EQ(usdaSample(instancer, "protoIndices", 0), (std::vector<double>{0, 1}));
+    EXPECT_EQ(usdaSample(instancer, "protoIndices", 1), (std::vector<double>{0}));  // "bud" became "twig"
+    EXPECT_EQ(usdaSample(instancer, "ids", 0), (std::vector<double>{10, 11}));
+    EXPECT_EQ(usdaSample(instancer, "primvars:scaleId", 0), (std::vector<double>{0.25, 0.75}));
+    EXPECT_EQ(attribute(instancer, "primvars:scaleUV").at("metadata").at("interpolation"), "vertex");
+    EXPECT_TRUE(usdaSample(instancer, "positions", 2).empty());
 }
 
-TEST(UsdWriter, ScaleChoiceFollowsTheOptionAndTheFirstFrame) {
+TEST_F(UsdInstances, ScaleChoiceFollowsTheOptionAndTheFirstFrame) {
     for (ScaleOutput mode : {ScaleOutput::mesh, ScaleOutput::instancer, ScaleOutput::none}) {
         TempFolder folder;
         const std::string path = folder.file("choice.usda");
@@ -248,10 +249,9 @@ TEST(UsdWriter, ScaleChoiceFollowsTheOptionAndTheFirstFrame) {
             auto [set, mesh] = scaledFrame({"leaf", "bud"});
             writer.writeFrame(1, set, nullptr, &mesh);
         }
-        const UsdaLayer layer = parseUsda(readTextFile(path));
-        const UsdaPrim& root = layer.prim("/groom");
-        EXPECT_EQ(root.hasChild("scales"), mode == ScaleOutput::mesh);
-        EXPECT_EQ(root.hasChild("scaleInstances"), mode == ScaleOutput::instancer);
+        const Json prims = readUsda(path).at("prims");
+        EXPECT_EQ(prims.contains("/groom/scales"), mode == ScaleOutput::mesh);
+        EXPECT_EQ(prims.contains("/groom/scaleInstances"), mode == ScaleOutput::instancer);
     }
     // Scales first seen on a later frame are not written.
     TempFolder folder;
@@ -262,8 +262,7 @@ TEST(UsdWriter, ScaleChoiceFollowsTheOptionAndTheFirstFrame) {
         auto [set, mesh] = scaledFrame({"leaf", "bud"});
         writer.writeFrame(2, set, nullptr, &mesh);
     }
-    const UsdaLayer layer = parseUsda(readTextFile(path));
-    EXPECT_FALSE(layer.prim("/groom").hasChild("scales"));
+    EXPECT_FALSE(readUsda(path).at("prims").contains("/groom/scales"));
 }
 
 }  // namespace

@@ -6,12 +6,12 @@
 #include "core/errors.h"
 #include "io/vrscene_writer.h"
 #include "io_test_support.h"
-#include "usda_text.h"
 
 namespace tressora {
 namespace {
 
-using testing::readTextFile;
+using testing::errorText;
+using testing::fileContent;
 using testing::smallSet;
 using testing::TempFolder;
 
@@ -47,7 +47,7 @@ TEST(VrsceneWriter, OneFrameWritesPlainListsAndEveryPlugin) {
         EXPECT_EQ(folder.names(), std::vector<std::string>{"hair.vrscene.tmp"});
     }
     EXPECT_EQ(folder.names(), std::vector<std::string>{"hair.vrscene"});
-    const std::string text = readTextFile(path);
+    const std::string text = fileContent(path);
     EXPECT_EQ(text.substr(0, text.find("SettingsUnitsInfo")),
               "// Tressora " TRESSORA_VERSION " V-Ray scene\n// 3 strands, 9 points, frames 12 to 12\n\n");
     EXPECT_NE(text.find("SettingsUnitsInfo my_hair@units {\n  meters_scale=0.001;\n  frames_scale=24;\n"
@@ -92,7 +92,7 @@ TEST(VrsceneWriter, SeveralFramesInterpolateEveryParam) {
         }
         EXPECT_THROW(writer.writeFrame(3, smallSet()), VrsceneError);
     }
-    const std::string text = readTextFile(path);
+    const std::string text = fileContent(path);
     EXPECT_NE(text.find("// 3 strands, 9 points, frames 1 to 3\n"), std::string::npos);
     EXPECT_EQ(param(text, "GeomMayaHair groom@hair", "num_hair_vertices"),
               "interpolate(\n    (1, ListInt(2, 3, 4)),\n    (2, ListInt(2, 3, 4)),\n    (3, ListInt(2, 3, 4))\n)");
@@ -112,44 +112,27 @@ TEST(VrsceneWriter, SeveralFramesInterpolateEveryParam) {
 
 TEST(VrsceneWriter, FailuresUseTheSceneErrorAndLeaveNothingBehind) {
     TempFolder folder;
-    try {
-        VrsceneWriter writer(folder.file("no/such/dir.vrscene"), "groom", {});
-        FAIL() << "expected VrsceneError";
-    } catch (const VrsceneError& e) {
-        EXPECT_EQ(std::string(e.what()), "cannot write '" + folder.file("no/such/dir.vrscene") + "'");
-    }
+    const std::string nowhere = folder.file("no/such/dir.vrscene");
+    EXPECT_THROW(VrsceneWriter(nowhere, "groom", {}), VrsceneError);
+    EXPECT_EQ(errorText([&] { VrsceneWriter writer(nowhere, "groom", {}); }), "cannot write '" + nowhere + "'");
     const std::string path = folder.file("keep.vrscene");
     std::ofstream(path) << "old";
     std::filesystem::create_directory(path + ".spool1");
     {
         VrsceneWriter writer(path, "groom", {});
         writer.writeFrame(1, smallSet());
-        try {
-            writer.writeFrame(2, smallSet());
-            FAIL() << "expected VrsceneError";
-        } catch (const VrsceneError& e) {
-            EXPECT_EQ(std::string(e.what()), "cannot write '" + path + ".spool1'");
-        }
+        EXPECT_EQ(errorText([&] { writer.writeFrame(2, smallSet()); }), "cannot write '" + path + ".spool1'");
     }
     EXPECT_EQ(folder.names(), (std::vector<std::string>{"keep.vrscene", "keep.vrscene.spool1"}));
-    EXPECT_EQ(readTextFile(path), "old");
+    EXPECT_EQ(fileContent(path), "old");
 
     VrsceneWriter writer(folder.file("order.vrscene"), "groom", {});
     writer.writeFrame(1, smallSet());
-    try {
-        writer.writeFrame(0.5, smallSet());
-        FAIL() << "expected VrsceneError";
-    } catch (const VrsceneError& e) {
-        EXPECT_STREQ(e.what(), "frames must increase");
-    }
+    EXPECT_EQ(errorText([&] { writer.writeFrame(0.5, smallSet()); }), "frames must increase");
     writer.close();
-    try {
-        writer.writeFrame(2, smallSet());
-        FAIL() << "expected VrsceneError";
-    } catch (const VrsceneError& e) {
-        EXPECT_STREQ(e.what(), "writeFrame after close");
-    }
-    EXPECT_EQ(param(readTextFile(folder.file("order.vrscene")), "GeomMayaHair groom@hair", "num_hair_vertices"),
+    EXPECT_THROW(writer.writeFrame(2, smallSet()), VrsceneError);
+    EXPECT_EQ(errorText([&] { writer.writeFrame(2, smallSet()); }), "writeFrame after close");
+    EXPECT_EQ(param(fileContent(folder.file("order.vrscene")), "GeomMayaHair groom@hair", "num_hair_vertices"),
               "ListInt(2, 3, 4)");
 }
 
@@ -157,7 +140,7 @@ TEST(VrsceneWriter, NoFramesGivesEmptyHair) {
     TempFolder folder;
     const std::string path = folder.file("empty.vrscene");
     { VrsceneWriter writer(path, "groom", {}); }
-    const std::string text = readTextFile(path);
+    const std::string text = fileContent(path);
     EXPECT_EQ(param(text, "GeomMayaHair groom@hair", "num_hair_vertices"), "ListInt()");
     EXPECT_EQ(param(text, "GeomMayaHair groom@hair", "hair_vertices"), "ListVector()");
     EXPECT_NE(text.find("// 0 strands, 0 points, frames 0 to 0\n"), std::string::npos);

@@ -63,13 +63,6 @@ TEST_F(AffectMaps, EverySourceDrivesAffectPerStrand) {
     expectEach(mapRef(MapSource::Attribute, "group", MapComponent::Auto, 0, 0.2),
                [](std::size_t i, Vec3f) { return 0.2f * float(i); });
 
-    PaintedMap vertices;
-    vertices.kind = PaintedMapKind::Vertices;
-    for (const Vec3f& p : s.scalp->points()) vertices.values.push_back(p.y);
-    vertices.vertexCount = s.scalp->pointCount();
-    s.setCatalog({{"lift", vertices}});
-    expectEach(mapRef(MapSource::Texture, "lift"), [](std::size_t, Vec3f root) { return root.y; });
-
     s.setGuides(testing::mapGuides());
     expectEach(mapRef(MapSource::Guide, "curly"), [](std::size_t, Vec3f root) {
         const float d0 = lengthSquared(root), d1 = lengthSquared(root - Vec3f{1, 1, 0});

@@ -52,22 +52,18 @@ protected:
 };
 
 TEST_F(ImageMaps, AnImageFileGivesEachStrandItsRootTexelRemappedOntoMinAndMax) {
-    for (MapComponent c : {MapComponent::Auto, MapComponent::Red, MapComponent::Green, MapComponent::Blue,
-                           MapComponent::Alpha, MapComponent::Luminance}) {
+    const std::pair<MapComponent, int> components[] = {{MapComponent::Red, 0}, {MapComponent::Green, 1},
+                                                      {MapComponent::Blue, 2}, {MapComponent::Alpha, 3},
+                                                      {MapComponent::Luminance, 4}, {MapComponent::Auto, 4}};
+    for (const auto& [c, channel] : components) {
         const auto field = fieldFromParam("density", mapRef(kTexture, path, c, 0.2, 0.8), s.context);
-        ASSERT_TRUE(field);
         EXPECT_FALSE(field->perPoint());
         for (std::size_t i = 0; i < s.strands.strandCount(); ++i) {
             const ScalpMesh::Uv uv = rootUv(s, i);
             const Rgba texel = texture->sample(uv[0], uv[1]);
-            const float raw = c == MapComponent::Red     ? texel[0]
-                              : c == MapComponent::Green ? texel[1]
-                              : c == MapComponent::Blue  ? texel[2]
-                              : c == MapComponent::Alpha ? texel[3]
-                                                         : luminance(texel);
+            const float raw = channel < 4 ? texel[static_cast<std::size_t>(channel)] : luminance(texel);
             EXPECT_FLOAT_EQ(field->strandValue(s.strands, i), 0.2f + 0.6f * raw) << i;
-            const PointRange range = s.strands.pointRange(i);
-            EXPECT_FLOAT_EQ(field->pointValue(s.strands, i, range.end - 1), 0.2f + 0.6f * raw);
+            EXPECT_FLOAT_EQ(field->pointValue(s.strands, i, s.strands.pointRange(i).end - 1), 0.2f + 0.6f * raw);
         }
     }
     // The colour of a strand is the remapped RGB.
@@ -75,9 +71,7 @@ TEST_F(ImageMaps, AnImageFileGivesEachStrandItsRootTexelRemappedOntoMinAndMax) {
     const ScalpMesh::Uv uv = rootUv(s, 3);
     const Rgba texel = texture->sample(uv[0], uv[1]);
     const auto rgb = field->strandColor(s.strands, 3);
-    EXPECT_FLOAT_EQ(rgb[0], 2.0f * texel[0]);
-    EXPECT_FLOAT_EQ(rgb[1], 2.0f * texel[1]);
-    EXPECT_FLOAT_EQ(rgb[2], 2.0f * texel[2]);
+    for (int k = 0; k < 3; ++k) EXPECT_FLOAT_EQ(rgb[k], 2.0f * texel[k]);
 }
 
 TEST_F(ImageMaps, StrandsOffTheScalpReadZeroAndTheMeanStandsForTheWhole) {
@@ -111,13 +105,13 @@ TEST_F(ImageMaps, PaintedTextureMapsAreReadByNameThroughTheResolver) {
 
 TEST(ColorSetMaps, AColorSetIsBlendedAtTheRootTriangle) {
     MapScene s;
+    const auto green = fieldFromParam("p", mapRef(kColorSet, "tint", MapComponent::Green), s.context);
+    const auto alpha = fieldFromParam("p", mapRef(kColorSet, "tint", MapComponent::Alpha, 1.0, 3.0), s.context);
+    const auto lum = fieldFromParam("p", mapRef(kColorSet, "tint"), s.context);
     for (std::size_t i = 0; i < s.strands.strandCount(); ++i) {
         const Vec3f root = s.strands.strandPoints(i)[0];
-        const auto green = fieldFromParam("p", mapRef(kColorSet, "tint", MapComponent::Green), s.context);
         EXPECT_NEAR(green->strandValue(s.strands, i), root.y, 1e-6f);
-        const auto alpha = fieldFromParam("p", mapRef(kColorSet, "tint", MapComponent::Alpha, 1.0, 3.0), s.context);
         EXPECT_NEAR(alpha->strandValue(s.strands, i), 1.0f + 2.0f * (1.0f - root.x), 1e-5f);
-        const auto lum = fieldFromParam("p", mapRef(kColorSet, "tint"), s.context);
         EXPECT_NEAR(lum->strandValue(s.strands, i), 0.2126f * root.x + 0.7152f * root.y + 0.0722f * 0.25f, 1e-6f);
     }
 }
@@ -247,48 +241,51 @@ TEST(ExpressionMaps, ExpressionsReadRootsShapesPointsChannelsAndMaps) {
 
 TEST(ExpressionMaps, TheEnvironmentCarriesSurfaceShapeAndIdentity) {
     MapScene s;
-    const auto scalp = s.scalp;
-    const auto get = [&](const char* text, std::size_t strand, std::size_t point = ExpressionEnvironment::kNoPoint) {
-        const auto f = std::dynamic_pointer_cast<const ExpressionMap>(
-            fieldFromParam("p", mapRef(kExpression, text), s.context));
-        return f->evaluate(s.strands, strand, point);
+    const auto get = [&](const char* text, const StrandSet& strands, std::size_t strand,
+                         std::size_t point = ExpressionEnvironment::kNoPoint) {
+        return std::dynamic_pointer_cast<const ExpressionMap>(fieldFromParam("p", mapRef(kExpression, text), s.context))
+            ->evaluate(strands, strand, point);
     };
     const StrandRoot r = s.strands.roots()[4];
-    const Vec3f root = scalp->positionAt(r.face, r.u, r.v);
-    EXPECT_FLOAT_EQ(get("x", 4), root.x);
-    EXPECT_FLOAT_EQ(get("v", 4), scalp->uvAt(r.face, r.u, r.v)[1]);
-    EXPECT_FLOAT_EQ(get("nz", 4), scalp->normalAt(r.face, r.u, r.v).z);
-    EXPECT_FLOAT_EQ(get("prefy", 4), root.y);
-    EXPECT_FLOAT_EQ(get("index", 4), 4.0f);
-    EXPECT_FLOAT_EQ(get("id", 4), 104.0f);
-    EXPECT_FLOAT_EQ(get("faceId", 4), 4.0f);
-    EXPECT_NEAR(get("length", 4), 1.5f, 1e-5f);
-    EXPECT_NEAR(get("longest", 0), 1.8f, 1e-5f);
-    EXPECT_NEAR(get("reach", 4), 1.5f, 1e-5f);
-    EXPECT_NEAR(get("straightness", 4), 1.0f, 1e-5f);
-    EXPECT_NEAR(get("lift", 4), 1.5f * scalp->normalAt(r.face, r.u, r.v).z, 1e-5f);
-    EXPECT_NEAR(get("tipz", 4), 1.5f, 1e-5f);
-    EXPECT_FLOAT_EQ(get("time", 0), 0.5f);
-    EXPECT_FLOAT_EQ(get("rand", 3), strandRandom(103));
-    EXPECT_NE(get("rand", 3), get("rand", 2));
+    const Vec3f root = s.scalp->positionAt(r.face, r.u, r.v);
+    const float nz = s.scalp->normalAt(r.face, r.u, r.v).z;
+    const std::size_t begin = s.strands.pointRange(4).begin;
     // A bent strand off the scalp: it stands on its first segment.
     StrandSet bent;
     bent.addStrand(7, {}, std::vector<Vec3f>{{0, 0, 0}, {0, 0, 1}, {1, 0, 1}});
-    const auto shape = [&](const char* text) {
-        return std::dynamic_pointer_cast<const ExpressionMap>(fieldFromParam("p", mapRef(kExpression, text), s.context))
-            ->evaluate(bent, 0);
+    const struct {
+        const char* text;
+        const StrandSet* strands;
+        std::size_t strand, point;
+        float expected;
+    } cases[] = {
+        {"x", &s.strands, 4, ExpressionEnvironment::kNoPoint, root.x},
+        {"v", &s.strands, 4, ExpressionEnvironment::kNoPoint, s.scalp->uvAt(r.face, r.u, r.v)[1]},
+        {"nz", &s.strands, 4, ExpressionEnvironment::kNoPoint, nz},
+        {"prefy", &s.strands, 4, ExpressionEnvironment::kNoPoint, root.y},
+        {"index", &s.strands, 4, ExpressionEnvironment::kNoPoint, 4.0f},
+        {"id", &s.strands, 4, ExpressionEnvironment::kNoPoint, 104.0f},
+        {"faceId", &s.strands, 4, ExpressionEnvironment::kNoPoint, 4.0f},
+        {"length", &s.strands, 4, ExpressionEnvironment::kNoPoint, 1.5f},
+        {"longest", &s.strands, 0, ExpressionEnvironment::kNoPoint, 1.8f},
+        {"reach", &s.strands, 4, ExpressionEnvironment::kNoPoint, 1.5f},
+        {"straightness", &s.strands, 4, ExpressionEnvironment::kNoPoint, 1.0f},
+        {"lift", &s.strands, 4, ExpressionEnvironment::kNoPoint, 1.5f * nz},
+        {"tipz", &s.strands, 4, ExpressionEnvironment::kNoPoint, 1.5f},
+        {"time", &s.strands, 0, ExpressionEnvironment::kNoPoint, 0.5f},
+        {"rand", &s.strands, 3, ExpressionEnvironment::kNoPoint, strandRandom(103)},
+        {"pointIndex", &s.strands, 4, begin + 2, 2.0f},
+        {"pz", &s.strands, 4, begin + 2, 1.0f},
+        {"pt", &s.strands, 4, begin + 1, 1.0f / 3.0f},
+        {"length", &bent, 0, ExpressionEnvironment::kNoPoint, 2.0f},
+        {"reach", &bent, 0, ExpressionEnvironment::kNoPoint, std::sqrt(2.0f)},
+        {"straightness", &bent, 0, ExpressionEnvironment::kNoPoint, std::sqrt(2.0f) / 2.0f},
+        {"lift", &bent, 0, ExpressionEnvironment::kNoPoint, 1.0f},
+        {"tipx + 10 * faceId", &bent, 0, ExpressionEnvironment::kNoPoint, -9.0f},
+        {"pt", &bent, 0, ExpressionEnvironment::kNoPoint, 0.0f},
     };
-    EXPECT_NEAR(shape("length"), 2.0f, 1e-6f);
-    EXPECT_NEAR(shape("reach"), std::sqrt(2.0f), 1e-6f);
-    EXPECT_NEAR(shape("straightness"), std::sqrt(2.0f) / 2.0f, 1e-6f);
-    EXPECT_NEAR(shape("lift"), 1.0f, 1e-6f);
-    EXPECT_NEAR(shape("tipx + 10 * faceId"), -9.0f, 1e-6f);
-    EXPECT_NEAR(shape("pt"), 0.0f, 1e-6f);
-
-    const PointRange range = s.strands.pointRange(4);
-    EXPECT_FLOAT_EQ(get("pointIndex", 4, range.begin + 2), 2.0f);
-    EXPECT_NEAR(get("pz", 4, range.begin + 2), 1.0f, 1e-6f);
-    EXPECT_NEAR(get("pt", 4, range.begin + 1), 1.0f / 3.0f, 1e-6f);
+    for (const auto& c : cases) EXPECT_NEAR(get(c.text, *c.strands, c.strand, c.point), c.expected, 1e-5f) << c.text;
+    EXPECT_NE(get("rand", s.strands, 3), get("rand", s.strands, 2));
     // A constant expression's mean is its value; the base environment has frame and time.
     EXPECT_FLOAT_EQ(fieldFromParam("p", mapRef(kExpression, "frame * 2", MapComponent::Auto, 0, 0.5), s.context)
                         ->remapped(),

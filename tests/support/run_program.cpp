@@ -14,14 +14,12 @@ extern char** environ;
 
 namespace tressora::testing {
 
-namespace {
-std::string slurp(const std::string& path) {
+std::string fileContent(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
 }
-}  // namespace
 
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& args,
                          const std::vector<std::string>& environment) {
@@ -73,8 +71,8 @@ ProgramResult runProgramUntil(const std::string& program, const std::vector<std:
     posix_spawn_file_actions_destroy(&actions);
     close(outFd);
     close(errFd);
-    result.out = slurp(outPath);
-    result.err = slurp(errPath);
+    result.out = fileContent(outPath);
+    result.err = fileContent(errPath);
     std::remove(outPath);
     std::remove(errPath);
     return result;

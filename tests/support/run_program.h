@@ -1,6 +1,6 @@
 #pragma once
 // Runs a program with arguments and captures its standard output, standard error and exit
-// code, for tests that drive the built tressora-cli as a user would.
+// code, for tests that drive the built tressora-cli as a user would; reads files whole.
 
 #include <functional>
 #include <string>
@@ -23,6 +23,9 @@ ProgramResult runProgram(const std::string& program, const std::vector<std::stri
 /// (asked every half millisecond while the program runs).
 ProgramResult runProgramUntil(const std::string& program, const std::vector<std::string>& args, int signal,
                               const std::function<bool()>& when, const std::vector<std::string>& environment = {});
+
+/// The whole content of a file ("" when it cannot be read).
+std::string fileContent(const std::string& path);
 
 /// The built tressora-cli.
 inline ProgramResult runCli(const std::vector<std::string>& args, const std::vector<std::string>& environment = {}) {

@@ -19,12 +19,6 @@ namespace fs = std::filesystem;
 
 const fs::path kSource = fs::path(TRESSORA_SOURCE_DIR);
 
-std::string bytesOf(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 TEST(ExampleGroom, GeneratorRewritesTheCommittedFileByteForByte) {
     const fs::path folder = fs::temp_directory_path() / ("tressora-example-" + std::to_string(::getpid()));
@@ -33,7 +27,7 @@ TEST(ExampleGroom, GeneratorRewritesTheCommittedFileByteForByte) {
     const auto result =
         testing::runProgram(TRESSORA_GROOM_TOOL_PATH, {(kSource / "meshes" / "nika.obj").string(), fresh.string()});
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_TRUE(bytesOf(fresh) == bytesOf(kSource / "examples" / "nika.groom"))
+    EXPECT_TRUE(testing::fileContent(fresh) == testing::fileContent(kSource / "examples" / "nika.groom"))
         << "examples/nika.groom differs from a fresh generation";
     fs::remove_all(folder);
 }

@@ -2,15 +2,13 @@
 
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
-#include <vector>
 
+#include "cli/mesh_file.h"
 #include "support/run_program.h"
 
 namespace tressora {
@@ -18,38 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Obj {
-    std::vector<std::array<float, 3>> points;
-    std::vector<std::array<int, 3>> triangles;
-    std::size_t uvs = 0;
-};
-
-Obj readObj(const fs::path& path) {
-    Obj obj;
-    std::ifstream in(path);
-    std::string line;
-    while (std::getline(in, line)) {
-        std::istringstream s(line);
-        std::string tag;
-        s >> tag;
-        if (tag == "v") {
-            std::array<float, 3> p{};
-            s >> p[0] >> p[1] >> p[2];
-            obj.points.push_back(p);
-        } else if (tag == "vt") {
-            ++obj.uvs;
-        } else if (tag == "f") {
-            std::array<int, 3> t{};
-            for (int& index : t) {
-                std::string corner;
-                s >> corner;
-                index = std::stoi(corner.substr(0, corner.find('/'))) - 1;
-            }
-            obj.triangles.push_back(t);
-        }
-    }
-    return obj;
-}
 
 const fs::path kMeshes = fs::path(TRESSORA_SOURCE_DIR) / "meshes";
 
@@ -57,9 +23,9 @@ TEST(SampleMeshes, AreClosedConsistentlyOrientedAndOfTheirSizes) {
     const std::map<std::string, std::pair<float, float>> heights = {
         {"nika", {23.0f, 27.0f}}, {"manny", {31.0f, 37.0f}}, {"wolf", {35.0f, 60.0f}}, {"buddy", {54.0f, 60.0f}}};
     for (const auto& [name, range] : heights) {
-        const Obj obj = readObj(kMeshes / (name + ".obj"));
+        const cli::MeshFileData obj = cli::readObjFile((kMeshes / (name + ".obj")).string());
         ASSERT_GT(obj.triangles.size(), 10000u) << name;
-        EXPECT_GT(obj.uvs, 0u) << name;
+        EXPECT_FALSE(obj.uvs.empty()) << name;
         // Every directed edge appears once and its reverse once: closed and outward-consistent.
         std::map<std::pair<int, int>, int> edges;
         for (const auto& t : obj.triangles)
@@ -71,18 +37,15 @@ TEST(SampleMeshes, AreClosedConsistentlyOrientedAndOfTheirSizes) {
 
         float lo = 1e30f, hi = -1e30f, front = -1e30f, back = 1e30f;
         double signedVolume = 0;
-        for (const auto& p : obj.points) {
-            lo = std::min(lo, p[1]);
-            hi = std::max(hi, p[1]);
-            front = std::max(front, p[2]);
-            back = std::min(back, p[2]);
+        for (const Vec3f& p : obj.points) {
+            lo = std::min(lo, p.y);
+            hi = std::max(hi, p.y);
+            front = std::max(front, p.z);
+            back = std::min(back, p.z);
         }
         for (const auto& t : obj.triangles) {
-            const auto& a = obj.points[t[0]];
-            const auto& b = obj.points[t[1]];
-            const auto& c = obj.points[t[2]];
-            signedVolume += (a[0] * (b[1] * c[2] - b[2] * c[1]) - a[1] * (b[0] * c[2] - b[2] * c[0]) +
-                             a[2] * (b[0] * c[1] - b[1] * c[0])) / 6.0;
+            const Vec3f a = obj.points[t[0]], b = obj.points[t[1]], c = obj.points[t[2]];
+            signedVolume += dot(a, cross(b, c)) / 6.0;
         }
         EXPECT_GT(signedVolume, 0.0) << name << ": normals point inward";
         EXPECT_NEAR(lo, 0.0f, 0.5f) << name << " stands on y = 0";
@@ -98,12 +61,9 @@ TEST(SampleMeshes, GeneratorRewritesTheCommittedFilesByteForByte) {
     const auto result = testing::runProgram(TRESSORA_MESH_TOOL_PATH, {folder.string()});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     for (const char* name : {"nika", "manny", "wolf", "buddy"}) {
-        std::ifstream a(kMeshes / (std::string(name) + ".obj"), std::ios::binary);
-        std::ifstream b(folder / (std::string(name) + ".obj"), std::ios::binary);
-        std::stringstream sa, sb;
-        sa << a.rdbuf();
-        sb << b.rdbuf();
-        EXPECT_TRUE(sa.str() == sb.str()) << name << " differs from a fresh generation";
+        const std::string file = std::string(name) + ".obj";
+        EXPECT_TRUE(testing::fileContent(kMeshes / file) == testing::fileContent(folder / file))
+            << name << " differs from a fresh generation";
     }
     fs::remove_all(folder);
 }

@@ -1,7 +1,12 @@
-// Reads a .usda layer with an independent USD text parser and checks what every consumer of
-// a groom layer relies on: the default prim exists, the curves prim has time samples at the
-// same times for every attribute, and every array has the length its topology asks for.
-// Prints one line of JSON with what it found; exits 1 with the reason when a check fails.
+// Reads a .usda layer with an independent USD text parser, checks what every consumer of a
+// groom layer relies on, and prints the layer as one line of JSON for the io tests to read:
+//   {"metadata": {...}, "prims": {"/path": {"type", "metadata", "attributes": {name: {"type",
+//    "uniform", "metadata", "value", "samples": [[time, value], ...]}}}}}
+// Prims and attributes keep the file's order; an attribute declared twice (metadata, then
+// samples) is one entry. Dictionaries become objects, relationship targets path strings.
+// Checks: the default prim exists, and on curves every time-sampled attribute is sampled at
+// the times of curveVertexCounts with the element count its interpolation asks for.
+// Exits 1 with the reason when the file does not parse or a check fails.
 // Usage: node check_usda.mjs <file.usda>
 
 import fs from 'node:fs';
@@ -16,56 +21,62 @@ function fail(message) {
 
 const file = process.argv[2];
 if (!file) fail('usage: node check_usda.mjs <file.usda>');
-let layer;
+let parsed;
 try {
-  layer = parse(fs.readFileSync(file, 'utf8'));
+  parsed = parse(fs.readFileSync(file, 'utf8'));
 } catch (e) {
   fail(`parse error: ${e.message}`);
 }
 
-const meta = Object.fromEntries((layer.descriptor?.assignments ?? []).map((a) => [a.identifier, a.value]));
-const rootName = meta.defaultPrim;
-const root = layer.statements.find((s) => s.type === 'definition' && s.name === rootName);
-if (!root) fail(`no root prim named by defaultPrim '${rootName}'`);
-const curves = root.statements.find((s) => s.type === 'definition' && s.defType === 'BasisCurves');
-if (!curves) fail('no BasisCurves prim under the root prim');
+function plain(value) {
+  if (Array.isArray(value)) return value.map(plain);
+  if (value?.type === 'externalReferenceImport') return value.importPath;
+  if (value?.type === 'objectValue') {
+    return Object.fromEntries(value.declarations.values.map((d) => [d.reference, plain(d.value)]));
+  }
+  return value;
+}
+const metadataOf = (descriptor) =>
+  Object.fromEntries((descriptor?.assignments ?? []).map((a) => [a.identifier, plain(a.value)]));
 
-const interpolation = {};
-const samples = {};
-for (const d of curves.statements.filter((s) => s.type === 'declaration')) {
-  const interp = d.descriptor?.assignments?.find((a) => a.identifier === 'interpolation');
-  if (interp) interpolation[d.reference] = interp.value;
-  if (d.reference.endsWith('.timeSamples')) {
-    const name = d.reference.slice(0, -'.timeSamples'.length);
-    samples[name] = d.value.declarations.values.map((v) => [v.index, v.value]);
+const prims = {};
+function readPrim(statement, parent) {
+  const path = `${parent}/${statement.name}`;
+  const prim = { type: statement.defType, metadata: metadataOf(statement.descriptor), attributes: {} };
+  prims[path] = prim;
+  for (const s of statement.statements) {
+    if (s.type === 'definition') {
+      readPrim(s, path);
+      continue;
+    }
+    const sampled = s.reference.endsWith('.timeSamples');
+    const name = sampled ? s.reference.slice(0, -'.timeSamples'.length) : s.reference;
+    const a = (prim.attributes[name] ??= { type: s.defineType, uniform: s.keyword === 'uniform', metadata: {} });
+    Object.assign(a.metadata, metadataOf(s.descriptor));
+    if (sampled) a.samples = s.value.declarations.values.map((v) => [v.index, plain(v.value)]);
+    else if (s.value !== null) a.value = plain(s.value);
   }
 }
-const counts = samples.curveVertexCounts;
-if (!counts) fail('curveVertexCounts is not time-sampled');
-const times = counts.map(([t]) => t);
-for (const [name, list] of Object.entries(samples)) {
-  const own = list.map(([t]) => t);
-  if (JSON.stringify(own) !== JSON.stringify(times)) fail(`${name} is sampled at ${own}, not at ${times}`);
-  list.forEach(([t, value], f) => {
-    const curveCount = counts[f][1].length;
-    const pointCount = counts[f][1].reduce((a, b) => a + b, 0);
-    let expected = null;
-    if (name === 'points') expected = pointCount;
-    else if (name === 'extent') expected = 2;
-    else if (interpolation[name] === 'uniform') expected = curveCount;
-    else if (interpolation[name] === 'vertex' || interpolation[name] === 'varying') expected = pointCount;
-    if (expected !== null && value.length !== expected) {
-      fail(`${name} at time ${t} has ${value.length} values, expected ${expected}`);
-    }
-  });
+for (const s of parsed.statements) if (s.type === 'definition') readPrim(s, '');
+const layer = { metadata: metadataOf(parsed.descriptor), prims };
+
+if (!prims[`/${layer.metadata.defaultPrim}`]) fail(`no root prim named by defaultPrim '${layer.metadata.defaultPrim}'`);
+for (const [path, prim] of Object.entries(prims)) {
+  const counts = prim.attributes.curveVertexCounts?.samples;
+  if (prim.type !== 'BasisCurves' || !counts) continue;
+  const times = JSON.stringify(counts.map(([t]) => t));
+  for (const [name, a] of Object.entries(prim.attributes)) {
+    if (!a.samples) continue;
+    if (JSON.stringify(a.samples.map(([t]) => t)) !== times) fail(`${path}.${name} is not sampled at ${times}`);
+    const interpolation = name === 'points' ? 'vertex' : name === 'extent' ? 'extent' : a.metadata.interpolation;
+    a.samples.forEach(([t, value], f) => {
+      const curves = counts[f][1].length;
+      const points = counts[f][1].reduce((sum, n) => sum + n, 0);
+      const expected = { extent: 2, uniform: curves, vertex: points, varying: points }[interpolation];
+      if (expected !== undefined && value.length !== expected) {
+        fail(`${path}.${name} at time ${t} has ${value.length} values, expected ${expected}`);
+      }
+    });
+  }
 }
-const firstPoints = samples.points?.[0]?.[1] ?? [];
-console.log(JSON.stringify({
-  defaultPrim: rootName,
-  upAxis: meta.upAxis,
-  metersPerUnit: meta.metersPerUnit,
-  timeCodesPerSecond: meta.timeCodesPerSecond,
-  times,
-  attributes: Object.keys(samples),
-  firstPoint: firstPoints[0] ?? null,
-}));
+console.log(JSON.stringify(layer));

@@ -148,27 +148,6 @@ TEST(HairColor, MapColourIsReadAtTheRootFromAColourSetAndAGuideLayerIsANote) {
                                                      "the layer"});
 }
 
-TEST(HairColor, RegistersItsChannelsAndMappableParams) {
-    const auto op = OperatorRegistry::instance().create("HairColor");
-    std::vector<std::string> written;
-    for (const ChannelInfo& c : op->channels())
-        if (c.mode == ChannelMode::Writes) written.push_back(c.name);
-    EXPECT_EQ(written, (std::vector<std::string>{"colorR", "colorG", "colorB", "melanin", "melaninRedness", "specular",
-                                                 "roughness", "tilt"}));
-    std::vector<std::string> fields;
-    for (const Port& port : paramPorts(*op))
-        if (port.type == PortType::Field) fields.push_back(port.name);
-    EXPECT_EQ(fields, (std::vector<std::string>{"melanin", "redness", "greys", "tipStrength", "specular", "roughness",
-                                                "affect"}));
-    EXPECT_EQ(OperatorRegistry::instance().info("HairColor")->category, "color");
-    EXPECT_EQ(op->role(), "color");
-    for (const char* type : {"Bands", "FeatherColor", "RenderData", "Noise"}) {
-        const auto record = OperatorRegistry::instance().catalogueRecord(type);
-        EXPECT_EQ(record["category"], std::string(type) == "Noise" ? "look" : "color") << type;
-        EXPECT_FALSE(record["params"].empty()) << type;
-    }
-}
-
 TEST(Pigment, ColourAndAbsorptionRoundTripAndDyeDarkens) {
     const Vec3f c{0.6f, 0.35f, 0.1f};
     const Vec3f back = colorFromAbsorption(absorptionFromColor(c));

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/errors.h"
 #include "core/strand_set.h"
 #include "graph/operator_registry.h"
 
@@ -29,6 +30,15 @@ struct NodeRun {
         return op->evaluate(context, inputs);
     }
     std::shared_ptr<const StrandSet> strands(std::shared_ptr<const StrandSet> in) { return run({Value(in)}).as<StrandSet>(); }
+    /// The GraphError's text of a run, or "(no error)".
+    std::string error(std::vector<Value> inputs = {}) {
+        try {
+            run(std::move(inputs));
+        } catch (const GraphError& e) {
+            return e.what();
+        }
+        return "(no error)";
+    }
 };
 
 /// A strand of `n` points from `from`, each `step` further along `along`.

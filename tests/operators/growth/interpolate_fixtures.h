@@ -15,17 +15,7 @@
 
 namespace tressora::interp {
 
-/// A registry holding Interpolate alone.
-inline const OperatorRegistry& registry() {
-    static const OperatorRegistry* made = [] {
-        auto* r = new OperatorRegistry();
-        registerInterpolateOperator(*r);
-        return r;
-    }();
-    return *made;
-}
-
-inline std::unique_ptr<Operator> makeNode() { return registry().create("Interpolate"); }
+inline std::unique_ptr<Operator> makeNode() { return OperatorRegistry::instance().create("Interpolate"); }
 
 /// A guide rooted at `root` growing up (+z) in `n` evenly spaced points, bent sideways by
 /// `bend` (x offset growing with the square of the height) and `length` long before bending.

@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "core/errors.h"
+#include "core/expect_text.h"
 #include "core/guide_frame.h"
-#include "core/parallel.h"
 #include "interpolate_fixtures.h"
+#include "../thread_runs.h"
 #include "operators/growth/interpolate_bindings.h"
 #include "operators/growth/interpolate_blend.h"
 
@@ -123,19 +122,11 @@ TEST(Interpolate, WithoutGuidesTheInputPassesThroughWithANote) {
 TEST(Interpolate, FailuresOfTheTypeAreGraphErrors) {
     auto node = makeNode();
     EvalContext context;
-    try {
-        node->evaluate(context, {Value(), Value(gridGuides(2))});
-        FAIL() << "no error";
-    } catch (const GraphError& e) {
-        EXPECT_STREQ(e.what(), "Interpolate: strands input not connected");
-    }
+    EXPECT_EQ(testing::failureText<GraphError>([&] { node->evaluate(context, {Value(), Value(gridGuides(2))}); }),
+              "Interpolate: strands input not connected");
     node->paramValues.set("take", std::string("curl"));
-    try {
-        run(*node, strandAt({0, 0, 0}), gridGuides(2));
-        FAIL() << "no error";
-    } catch (const GraphError& e) {
-        EXPECT_STREQ(e.what(), "Interpolate: take must be shape or length");
-    }
+    EXPECT_EQ(testing::failureText<GraphError>([&] { run(*node, strandAt({0, 0, 0}), gridGuides(2)); }),
+              "Interpolate: take must be shape or length");
 }
 
 TEST(Interpolate, LimitDistanceZeroIgnoresFalloffAndWritesNoInfluence) {
@@ -197,25 +188,13 @@ TEST(Interpolate, PreserveLengthGivesTheGuidesBlendedLength) {
 TEST(Interpolate, ResultsDoNotDependOnTheThreadCount) {
     const auto strands = strandsOver(5000, -0.5f, 4.5f);
     const auto guides = gridGuides(5);
-    std::uint64_t all = 0, one = 0;
-    {
+    const auto fingerprints = testing::oneThreadThenAll([&] {
         auto node = makeNode();
         node->paramValues.set("smoothGuides", true);
         node->paramValues.set("limitDistance", 0.8);
-        all = run(*node, strands, guides)->fingerprint();
-    }
-    const char* saved = std::getenv("TRESSORA_THREADS");
-    const std::string restore = saved ? saved : "";
-    setenv("TRESSORA_THREADS", "1", 1);
-    runWithThreads([&] {
-        auto node = makeNode();
-        node->paramValues.set("smoothGuides", true);
-        node->paramValues.set("limitDistance", 0.8);
-        one = run(*node, strands, guides)->fingerprint();
+        return run(*node, strands, guides)->fingerprint();
     });
-    if (saved) setenv("TRESSORA_THREADS", restore.c_str(), 1);
-    else unsetenv("TRESSORA_THREADS");
-    EXPECT_EQ(one, all);
+    EXPECT_EQ(fingerprints.first, fingerprints.second);
 }
 
 TEST(Interpolate, CarriesGuideAttributesAndLayersOntoTheStrands) {
@@ -232,33 +211,17 @@ TEST(Interpolate, CarriesGuideAttributesAndLayersOntoTheStrands) {
     EXPECT_NEAR(fade[2], 6.0f, 1e-5f);
 }
 
-TEST(Interpolate, DeclaresItsParamsPortsAndChannels) {
+TEST(Interpolate, PassesTheStrandsChannelsAndClampsWhatItReads) {
     auto node = makeNode();
-    EXPECT_EQ(node->role(), "grow");
-    const auto inputs = node->inputs();
-    ASSERT_EQ(inputs.size(), 3u);
-    EXPECT_EQ(inputs[1].name, "guides");
-    EXPECT_TRUE(inputs[2].optional);
-    std::vector<std::string> names;
-    for (const ParamSpec& spec : node->params()) names.push_back(spec.name);
-    EXPECT_EQ(names, (std::vector<std::string>{"neighbors", "reach", "power", "smoothGuides", "preserveLength",
-                                               "keepClearance", "respectParts", "followSurface", "limitDistance",
-                                               "falloff", "take", "influenceChannel", "regionMap", "regionChannel",
-                                               "fillTubes", "tubeBlend"}));
-    EXPECT_FALSE(hasAffect(*node));
     EXPECT_TRUE(node->passesChannels(1));
     EXPECT_FALSE(node->passesChannels(2));
     EXPECT_TRUE(node->sceneInputs().empty());
     node->paramValues.set("respectParts", true);
     EXPECT_EQ(node->sceneInputs(), std::vector<std::string>{"parts"});
-    // Limits clamp what the node reads.
     node->paramValues.set("neighbors", std::int64_t{40});
     EXPECT_EQ(node->paramValues.getInt("neighbors", 0), 16);
     node->paramValues.set("reach", 0.5);
     EXPECT_EQ(node->paramValues.getFloat("reach", 0), 1.0);
-    const auto record = OperatorRegistry::instance().catalogueRecord("Interpolate");
-    EXPECT_EQ(record["description"], "Grows each root into a strand shaped like the guides around it.");
-    EXPECT_EQ(record["keywords"], "children guides blend strands");
 }
 
 }  // namespace

@@ -2,14 +2,12 @@
 // Helpers for Scatter's tests: a node made through the registry, scalps, and an evaluation
 // with the inputs handed straight to the operator.
 
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <vector>
 
 #include "core/guide_set.h"
 #include "core/hash.h"
-#include "core/parallel.h"
 #include "core/point_index.h"
 #include "core/strand_set.h"
 #include "core/test_meshes.h"
@@ -20,12 +18,7 @@
 namespace tressora::scattertest {
 
 inline std::unique_ptr<Operator> makeScatter(const std::map<std::string, ParamValue>& params = {}) {
-    static OperatorRegistry* registry = [] {
-        auto* r = new OperatorRegistry;
-        registerScatterOperator(*r);
-        return r;
-    }();
-    std::unique_ptr<Operator> op = registry->create("Scatter");
+    std::unique_ptr<Operator> op = OperatorRegistry::instance().create("Scatter");
     for (const auto& [name, value] : params) op->paramValues.set(name, value);
     return op;
 }
@@ -99,14 +92,5 @@ private:
     std::shared_ptr<const ScalpMesh> scalp_;
     float cut_;
 };
-
-/// Runs fn with TRESSORA_THREADS set to `threads` (empty: all cores).
-template <class Fn>
-void withThreads(const char* threads, Fn&& fn) {
-    if (threads) setenv("TRESSORA_THREADS", threads, 1);
-    else unsetenv("TRESSORA_THREADS");
-    runWithThreads(fn);
-    unsetenv("TRESSORA_THREADS");
-}
 
 }  // namespace tressora::scattertest

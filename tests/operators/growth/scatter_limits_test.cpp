@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "core/errors.h"
+#include "core/expect_text.h"
 #include "core/hash.h"
 #include "operators/growth/scatter_plan.h"
 #include "scatter_fixture.h"
@@ -60,12 +61,8 @@ TEST(ScatterLimits, RefusesALayoutOrFilterThatLacksItsInput) {
     auto empty = std::make_shared<const GuideSet>();
     std::vector<Value> inputs{Value(sphere()), Value(empty)};
     EvalContext context;
-    try {
-        near->evaluate(context, inputs);
-        ADD_FAILURE() << "guides without points were taken";
-    } catch (const GraphError& e) {
-        EXPECT_STREQ(e.what(), "Scatter: guideRadius needs guides on the guides input (a Guides node)");
-    }
+    EXPECT_EQ(testing::failureText<GraphError>([&] { near->evaluate(context, inputs); }),
+              "Scatter: guideRadius needs guides on the guides input (a Guides node)");
 }
 
 TEST(ScatterLimits, PlanningWarnsAboutHeavyGroomsAndSetsThePreviewShares) {

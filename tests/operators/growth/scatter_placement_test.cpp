@@ -1,5 +1,4 @@
-// Where roots may stand: near the guides (discs and tube footprints), on a UV grid; and the
-// node's declaration.
+// Where roots may stand: near the guides (discs and tube footprints) and on a UV grid.
 
 #include <gtest/gtest.h>
 
@@ -103,35 +102,6 @@ TEST(ScatterPlacement, AUvGridPutsOneRootInEachCellWithStableIds) {
     const auto map = std::make_shared<const HalfMap>(1.0f, scalp, 0.5f);
     const auto thinned = run(*op, scalp, {}, {Value(std::shared_ptr<const FieldValue>(map))});
     EXPECT_EQ(thinned->strandCount(), 100u);
-}
-
-TEST(ScatterPlacement, TheNodeDeclaresItsPortsAndParams) {
-    OperatorRegistry registry;
-    registerScatterOperator(registry);
-    const OperatorInfo* info = registry.info("Scatter");
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->category, "grow");
-    EXPECT_EQ(info->description, "Roots over the scalp: how many hairs, and where.");
-    EXPECT_EQ(info->keywords, "density count roots number hairs");
-    const auto op = registry.create("Scatter");
-    EXPECT_EQ(op->role(), "grow");
-    ASSERT_EQ(op->inputs().size(), 2u);
-    EXPECT_EQ(op->inputs()[0].type, PortType::Mesh);
-    EXPECT_TRUE(op->inputs()[1].optional);
-    EXPECT_EQ(op->output().type, PortType::Strands);
-    EXPECT_FALSE(hasAffect(*op));
-    std::vector<std::string> names;
-    for (const ParamSpec& spec : allParams(*op)) names.push_back(spec.name);
-    EXPECT_EQ(names, (std::vector<std::string>{"density", "seed", "length", "randomness", "layout", "gridRows",
-                                               "gridColumns", "gridRandom", "previewAll", "guideRadius",
-                                               "tubeMargin"}));
-    // Only density offers a field; the rest offer values.
-    const auto ports = paramPorts(*op);
-    EXPECT_EQ(ports[0].type, PortType::Field);
-    EXPECT_EQ(ports[1].type, PortType::Value);
-    EXPECT_EQ(op->paramValues.getFloat("randomness", 0), 1.0);
-    op->paramValues.set("randomness", 7.0);
-    EXPECT_EQ(op->paramValues.getFloat("randomness", 0), 2.0);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "core/hash.h"
 #include "scatter_fixture.h"
+#include "../thread_runs.h"
 
 namespace tressora {
 namespace {
@@ -97,10 +98,8 @@ TEST(ScatterStability, OneThreadAndAllCoresGiveTheSameStrands) {
         {{{"layout", std::string("uvGrid")}, {"gridRows", std::int64_t{90}}, {"gridRandom", 0.5}}, grid},
     };
     for (const Case& c : cases) {
-        std::uint64_t serial = 0, parallel = 0;
-        withThreads("1", [&] { serial = run(*makeScatter(c.params), c.scalp)->fingerprint(); });
-        withThreads(nullptr, [&] { parallel = run(*makeScatter(c.params), c.scalp)->fingerprint(); });
-        EXPECT_EQ(serial, parallel);
+        const auto fingerprints = testing::oneThreadThenAll([&] { return run(*makeScatter(c.params), c.scalp)->fingerprint(); });
+        EXPECT_EQ(fingerprints.first, fingerprints.second);
     }
 }
 

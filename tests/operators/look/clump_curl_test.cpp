@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <numbers>
 #include <set>
 
 #include "core/errors.h"
+#include "core/expect_text.h"
 #include "core/guide_set.h"
-#include "core/parallel.h"
+#include "../thread_runs.h"
 #include "operators/color/look_testing.h"
 
 namespace tressora {
@@ -101,14 +101,9 @@ TEST(Clump, NumbersFollowTheCenterWhateverElseChanges) {
     for (const auto& [id, number] : preview) EXPECT_EQ(number, full.at(id)) << id;
 
     // Any number of threads.
-    const auto fingerprint = [&](const char* threads) {
-        setenv("TRESSORA_THREADS", threads, 1);
-        std::uint64_t fp = 0;
-        runWithThreads([&] { fp = runNode("Clump", in, clumps(25, 0.7)).strands->fingerprint(); });
-        unsetenv("TRESSORA_THREADS");
-        return fp;
-    };
-    EXPECT_EQ(fingerprint("1"), fingerprint("0"));
+    const auto fingerprints =
+        testing::oneThreadThenAll([&] { return runNode("Clump", in, clumps(25, 0.7)).strands->fingerprint(); });
+    EXPECT_EQ(fingerprints.first, fingerprints.second);
 }
 
 TEST(Clump, LocksAreRoundRingsAndCurvesCanBeTheAxes) {
@@ -191,18 +186,25 @@ TEST(Clump, EveryMessage) {
     const auto chained = runNode("Clump", *runNode("Clump", in, clumps(3, 0.5)).strands, clumps(2, 0.5));
     ASSERT_EQ(chained.notes.size(), 1u);
     EXPECT_NE(chained.notes[0].find("give each Clump its own clumpChannel"), std::string::npos);
-    try {
-        runNode("Clump", in, {{"centersFrom", std::string("grid")}});
-        ADD_FAILURE() << "no error";
-    } catch (const GraphError& e) {
-        EXPECT_STREQ(e.what(), "Clump: unknown centersFrom 'grid' (pick, inputPoints or inputCurves)");
-    }
+    EXPECT_EQ(testing::failureText<GraphError>([&] { runNode("Clump", in, {{"centersFrom", std::string("grid")}}); }),
+              "Clump: unknown centersFrom 'grid' (pick, inputPoints or inputCurves)");
 }
 
 // ---- Curl -------------------------------------------------------------------------------
 
 /// One straight strand of `points` points, `height` long along y.
 StrandSet rod(std::size_t points, float height = 10.0f) { return straightStrands(1, points, 5, 1, height); }
+
+/// Turns about the y axis from point a to point b, each step's angle taken the short way round.
+double turnsBetween(std::span<const Vec3f> p, std::size_t a, std::size_t b) {
+    double turns = 0.0;
+    for (std::size_t k = a + 1; k <= b; ++k) {
+        double step = std::atan2(p[k].z, p[k].x) - std::atan2(p[k - 1].z, p[k - 1].x);
+        step -= 2 * std::numbers::pi * std::round(step / (2 * std::numbers::pi));
+        turns += std::abs(step) / (2 * std::numbers::pi);
+    }
+    return turns;
+}
 
 std::map<std::string, ParamValue> plainCurl(const std::string& shape, double radius, double frequency) {
     return {{"shape", shape}, {"radius", radius}, {"frequency", frequency}, {"randomness", 0.0}, {"phaseRandom", 0.0}};
@@ -213,23 +215,14 @@ TEST(Curl, AHelixHasTheRadiusAndFrequencyAsked) {
     const auto pts = run.strands->strandPoints(0);
     ASSERT_EQ(pts.size(), 201u);  // 4 turns need 12 segments: none added
     // Past the quarter turn it eases in over, each point is the radius off the line.
-    double unwrapped = 0.0, last = 0.0;
+    std::size_t first = 0;
     for (std::size_t k = 0; k < pts.size(); ++k) {
-        const float off = std::hypot(pts[k].x, pts[k].z);
-        if (pts[k].y > 0.7f) {
-            EXPECT_NEAR(off, 0.5f, 2e-3f) << k;
-        }
-        const double angle = std::atan2(pts[k].z, pts[k].x);
-        if (k > 0 && pts[k].y > 0.7f) {
-            double step = angle - last;
-            while (step > std::numbers::pi) step -= 2 * std::numbers::pi;
-            while (step < -std::numbers::pi) step += 2 * std::numbers::pi;
-            unwrapped += step;
-        }
-        last = angle;
+        if (pts[k].y <= 0.7f) continue;
+        first = first ? first : k;
+        EXPECT_NEAR(std::hypot(pts[k].x, pts[k].z), 0.5f, 2e-3f) << k;
     }
     // 0.4 turns a unit over the 9.3 units past y = 0.7.
-    EXPECT_NEAR(std::abs(unwrapped) / (2 * std::numbers::pi), 0.4 * 9.3, 0.05);
+    EXPECT_NEAR(turnsBetween(pts, first - 1, pts.size() - 1), 0.4 * 9.3, 0.05);
     EXPECT_EQ(pts.front(), Vec3f(0, 0, 0));  // the root stays
 }
 
@@ -289,12 +282,8 @@ TEST(Curl, ShapesWavesZigzagsAndCoils) {
 TEST(Curl, StrandsOfAClumpCurlTogether) {
     StrandSet in = straightStrands(4, 41, 1, 1, 10.0f);
     const auto coherent = std::map<std::string, ParamValue>{{"coherence", std::string("clump")}, {"randomness", 0.6}};
-    try {
-        runNode("Curl", in, coherent);
-        ADD_FAILURE() << "no error";
-    } catch (const GraphError& e) {
-        EXPECT_STREQ(e.what(), "Curl: coherence clump needs a Clump before it (no 'clumpId' channel)");
-    }
+    EXPECT_EQ(testing::failureText<GraphError>([&] { runNode("Curl", in, coherent); }),
+              "Curl: coherence clump needs a Clump before it (no 'clumpId' channel)");
     const std::span<float> clump = in.addStrandChannel("clumpId");
     clump[0] = clump[1] = 7.0f;
     clump[2] = clump[3] = 9.0f;
@@ -315,16 +304,6 @@ TEST(Curl, WeightOpensTheTurnsThatHangAboveTheMost) {
     hanging.addStrand(1, {}, pts);
     auto params = plainCurl("helix", 0.3, 1.0);
     params["weight"] = 1.0;
-    const auto turnsBetween = [](std::span<const Vec3f> p, std::size_t a, std::size_t b) {
-        double turns = 0.0;
-        for (std::size_t k = a + 1; k <= b; ++k) {
-            double step = std::atan2(p[k].z, p[k].x) - std::atan2(p[k - 1].z, p[k - 1].x);
-            while (step > std::numbers::pi) step -= 2 * std::numbers::pi;
-            while (step < -std::numbers::pi) step += 2 * std::numbers::pi;
-            turns += std::abs(step) / (2 * std::numbers::pi);
-        }
-        return turns;
-    };
     const auto run = runNode("Curl", hanging, params).strands;
     const auto weighted = run->strandPoints(0);
     // Spacing opens by 1 + turns below / 10: 9 turns hang below y = -1, one below y = -9.

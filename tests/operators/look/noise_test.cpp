@@ -1,7 +1,5 @@
-#include <cstdlib>
-
 #include "core/guide_set.h"
-#include "core/parallel.h"
+#include "../thread_runs.h"
 #include "operators/color/look_testing.h"
 
 namespace tressora {
@@ -35,17 +33,10 @@ TEST(Noise, DisplacementOfAStrandDependsOnItsIdNotOnTheOtherStrands) {
 
 TEST(Noise, ResultIsTheSameOnOneThreadAsOnAll) {
     const StrandSet in = straightStrands(20000, 9, 1, 1, 5.0f);
-    const auto fingerprintWith = [&](const char* threads) {
-        if (threads) setenv("TRESSORA_THREADS", threads, 1);
-        else unsetenv("TRESSORA_THREADS");
-        std::uint64_t fp = 0;
-        runWithThreads([&] { fp = runNode("Noise", in, {{"octaves", std::int64_t{4}}}).strands->fingerprint(); });
-        unsetenv("TRESSORA_THREADS");
-        return fp;
-    };
-    const std::uint64_t one = fingerprintWith("1");
-    EXPECT_EQ(one, fingerprintWith(nullptr));
-    EXPECT_NE(one, in.fingerprint());
+    const auto fingerprints = testing::oneThreadThenAll(
+        [&] { return runNode("Noise", in, {{"octaves", std::int64_t{4}}}).strands->fingerprint(); });
+    EXPECT_EQ(fingerprints.first, fingerprints.second);
+    EXPECT_NE(fingerprints.first, in.fingerprint());
 }
 
 TEST(Noise, RootsStayAndAFractionPicksStrandsById) {
